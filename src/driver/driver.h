@@ -1,0 +1,78 @@
+// The driver: command line, choice of streams, temporary files, start-up
+// order, the fatal-error routines with the warning prefix, and the assembly of
+// the output at shut-down.
+// Owns: the driver state below. Calls: every other module's start-up routine,
+// the main loop (doIt) and the writer's statement writers.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "tools/stream.h"
+#include "writer/model.h"
+
+// Result codes of the command-line routines.
+enum : int32_t {
+    kStreamsReady = 0,
+    kStatFailed = -4,
+    kInputUnreadable = -10,
+    kOutputUnwritable = -11,
+    kNoMemoryForName = -20,
+    kSameFile = -31,
+    kSameTerminal = -32,
+    kTooManyFiles = -33,
+};
+
+// The anchored frame that stands for vertical space. The driver owns the file;
+// the main loop owns the rest.
+struct AFrameNew {
+    bool isPending = false;
+    int32_t id = 0;        // identifier of the last frame anchored
+    float height = 0;      // inches
+    FILE* file = nullptr;
+    std::string fileName;
+};
+
+struct DriverState {
+    std::string program;       // last path component of the invocation name
+    std::string macroPackage;  // from -mNAME; empty without one
+    FILE* inFile = nullptr;
+    FILE* outFile = nullptr;
+    InputStream stdIn;
+    std::string bodyFileName;
+    FILE* bodyStream = nullptr;
+    AFrameNew aFrameNew;
+    Pgf copyPgf;               // the fixed "copy" format of copy regions
+    bool isShuttingDown = false;
+};
+extern DriverState driver;
+
+// Handles the option word and the file names; writes the message and ends the
+// process with status 1 for the codes that carry one.
+int32_t CommandLine(int argc, char** argv, FILE** in, FILE** out);
+int32_t ProcessCommandLineFilenames(int count, char** words, FILE** in, FILE** out);
+int32_t SetupStandardIO(const char* inName, const char* outName, FILE** in, FILE** out);
+
+// The name of a newly created temporary file, or null. The text lives in one
+// buffer shared by all calls and is overwritten by the next one.
+const char* FileGetTmpFileName(const char* directory, const char* name);
+
+// Start-up steps after the command line: temporary files, buffers, request
+// table, macro package, main loop, shut-down. Never returns.
+[[noreturn]] void convert();
+[[noreturn]] void shutDown();
+
+void TVWarningPre();
+[[noreturn]] void TVFatalVM();
+[[noreturn]] void fatalStdio();
+[[noreturn]] void fatalPost();
+
+// Ends the process. The fuzzing harness replaces the exit with a hook of its
+// own (which must not return) so that it can run many documents in one process.
+using ExitHook = void (*)(int status);
+void setExitHook(ExitHook hook);
+[[noreturn]] void processExit(int status);
+
+// Puts the driver state back as at program start (fuzzing harness only).
+void driverReset();

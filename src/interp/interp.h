@@ -1,0 +1,146 @@
+// The interpreter core: the main loop over input characters with its
+// pushback, paragraph opening, anchored frames and copy regions; the input
+// reader and escape sequences; traps, markers and string registers; and the
+// interpreter state shared with the request and macro handlers.
+// Owns: `tv` (every TV-prefixed global), the pushback, traps, markers, string
+// registers and the special-character table. Calls: the rule dispatcher
+// (TVFire), the writer's text flow, the driver's fatal routines.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "tools/rope.h"
+#include "writer/model.h"
+
+// Internal character codes carried by the character stream besides text.
+enum : int {
+    kLiteralBackslash = 1,  // written as a backslash
+    kZeroWidth = 2,         // writes no character
+    kLiteralNext = 3,       // in pushed-back text only: the next byte is text, never
+                            // an escape or control character (see pushLiteralEscape)
+    kUnpaddableSpace = 4,
+    kHyphenAtWordStart = 5,
+    kHyphenInWord = 6,
+    kTab = 9,
+    kNewline = 10,
+    kHardReturn = 13,
+};
+inline constexpr char kEnDash = static_cast<char>(208);
+
+// A decoded argument of the current control line.
+struct ArgValue {
+    const char* text = "";  // the argument's text, or "" when absent
+    bool isNumber = false;
+    bool isRelative = false;
+    float value = 0;        // inches; a count of vertical spaces when isVUnit
+    bool isVUnit = false;
+};
+
+// What a handler hands back to the main loop.
+struct TVReturnRecord {
+    std::unique_ptr<Rope> text;      // pushed in front of the unread input
+    void (*lineTrap)() = nullptr;    // called when lineCount text lines have ended
+    void (*wordTrap)() = nullptr;    // called at every blank, tab, newline of the line
+    uint32_t lineCount = 0;
+    bool suppressSpace = false;      // the word trap swallows the blank that fired it
+    bool newPgf = false;             // the next text opens a new paragraph
+    bool isSymbol = false;           // the character just pushed is a Symbol character
+    const char* endCommand = nullptr;  // request that ends the copy region; kept across calls
+};
+
+// A troff font position.
+struct FontPosition {
+    const char* family = nullptr;  // null at an unmounted position
+    char style = 0;                // 'R', 'I', 'B', 'M', 'S' or 'P'
+    char name[2] = {0, 0};         // a one-letter name has a zero second byte
+};
+
+struct Cursor {
+    float x = 0;  // advance so far on the output line, inches
+    float y = 0;  // largest character height on the line, inches
+};
+
+inline constexpr int kArgRopes = 11;     // [0] name, [1..9] arguments, [10] overflow/scratch
+inline constexpr int kTabStopCount = 9;
+inline constexpr int kFontPositions = 9;
+
+// The interpreter's shared state: every global the handlers and the main loop
+// talk through. Values are those of program start; TVDefineTroff installs the
+// troff defaults.
+struct TVState {
+    Pgf TVPgf;
+    bool TVIsFilling = true;
+    char TVControlChar = '.';
+    char TVNoBreakControlChar = '\'';
+    char TVEscapeChar = '\\';   // 0 turns escapes off
+    char TVHyphenationChar = 0; // 0: none
+    Font TVFamilyStyle;         // its FSize is not used: the size is TVSize
+    Font TVLastFamilyStyle;
+    int32_t TVSize = 10;        // points
+    int32_t TVLastSize = 10;
+    Cursor TVCursor;
+    TabStop TVTabStops[kTabStopCount];
+    int32_t TVLineSpacing = 1;
+    int32_t TVVerticalSpacing = 12;  // points
+    bool TVIsUnderline = false;
+    bool TVIsNoBreak = false;
+    const char* TVCommand = nullptr;  // name of the request dispatched last
+    Page TVPage;
+    Document TVDocument;
+    FontPosition TVFontTable[kFontPositions];
+    std::unique_ptr<Rope> TVArgs[kArgRopes];
+    TVReturnRecord TVReturn;
+    ArgValue TVArg1, TVArg2, TVArg3, TVArg4, TVArg5, TVArg6, TVArg7, TVArg8, TVArg9;
+};
+extern TVState tv;
+
+// Creates the argument ropes and the TVReturn rope (driver start-up steps 6, 7).
+void TVCreateRopes();
+
+// ---- Main loop (mainloop.cpp) ------------------------------------------------
+void doIt();
+void fire();
+void pgfOpen();
+void aFrameNewF();
+void TVPgfOut(const Pgf& format);
+void TVsp();
+void TVns();
+void TVrs();
+// Empties TVReturn (all but endCommand) and the argument ropes.
+void TVReturnReset();
+void TVArgsEmpty();
+
+// The one character reader: pushed-back text first, then the input file.
+int TVGetc();
+// Reads one argument of the current request line into `rope`; true when
+// another argument may follow on the same line.
+bool arg(Rope* rope);
+// Reads up to and including `delimiter` (or end of input); returns TVArgs[10]
+// holding what came before the delimiter.
+Rope* TVSkipPast(char delimiter);
+
+// ---- Escapes (escape.cpp) ------------------------------------------------------
+void TVEscape(char lastOut);
+void TVFontSetByPosition(unsigned position);
+// Appends to TVReturn.text the escape character in a form that is written as
+// text and never read as an escape again, whatever the escape character is.
+void pushLiteralEscape();
+
+// ---- Traps, markers, string registers (registers.cpp) --------------------------
+void trapNew();
+// Fires the armed word traps at a blank, tab or newline of text; returns true
+// when the character must not be written (a trap swallows it).
+bool fireWordTraps(bool isNewline);
+// Counts down the line traps at a newline of text, firing those that run out.
+void fireLineTraps();
+void TVMarkerOut(const Marker& marker);
+bool markersPending();  // the head of the marker list is in use
+void markersNew();
+void TVDefineString(const char* name, const char* definition);
+std::string ParseDefineString(const char* definition);
+const char* TVStringGet(const char* name);
+
+// Puts all interpreter state back as at program start (fuzzing harness only).
+void interpReset();

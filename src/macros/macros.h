@@ -1,0 +1,16 @@
+// The macro packages: man, me and ms register their macros as native handlers
+// that switch among each package's named paragraph formats; "my" registers
+// nothing.
+// Owns: each package's private state. Calls: the rule table, the interpreter
+// state and routines, the request helpers (TVLeadingSet) and the catalog.
+#pragma once
+
+void ManDefine();
+void MeDefine();
+void MsDefine();
+void MyDefine();
+
+// Put each package's state back as at program start (fuzzing harness only).
+void manReset();
+void meReset();
+void msReset();

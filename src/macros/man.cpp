@@ -1,0 +1,4 @@
+// Placeholder so that the project links while this module is written.
+#include "macros/macros.h"
+void ManDefine() {}
+void manReset() {}

@@ -1,0 +1,4 @@
+// The "my" package: accepted on the command line, it registers nothing.
+#include "macros/macros.h"
+
+void MyDefine() {}

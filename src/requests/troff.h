@@ -1,0 +1,18 @@
+// The troff requests: filling, adjustment and indentation; type size,
+// spacing, fonts and tab stops; definitions, control characters, conditional
+// input, preprocessor regions and index entries; and TVDefineTroff, which
+// installs the interpreter's troff defaults and registers every request.
+// Owns: the requests' own state (adjustment, page offset, line length, previous
+// values, the family names mounted by fp). Calls: the rule table, the
+// interpreter state and its string and marker routines.
+#pragma once
+
+#include "writer/model.h"
+
+void TVDefineTroff();
+// PgfLeading of `format` becomes vertical spacing - size + (line spacing - 1)
+// x vertical spacing, in points.
+void TVLeadingSet(Pgf& format);
+
+// Puts the requests' state back as at program start (fuzzing harness only).
+void troffReset();

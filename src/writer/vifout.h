@@ -1,0 +1,42 @@
+// The VIF writer: the prelude, the paragraph catalog, the Page, Document and
+// Marker statements, and the text flow (Para, ParaLine, String, Char, Font,
+// AFrame) with its small state machine.
+// Owns: the catalog (theCatalog, deviationNo) and the text state (vifOutState).
+// Calls: the document model and the C standard I/O library.
+#pragma once
+
+#include <cstdio>
+
+#include "writer/model.h"
+
+// The version the program reports in its prelude and version text.
+inline constexpr const char* kVifVersion = "5.1";
+
+// ---- Prelude, catalog, page and document --------------------------------
+unsigned VifPreludeOut(FILE* stream, const char* generator);
+
+// Declares a paragraph format; returns the entry's name, or null when memory
+// is exhausted. Declaring a tag twice makes two entries of that name.
+const char* VifCatalogNew(const Pgf& format);
+// The catalog name of a paragraph's format: the newest equal entry whose name
+// begins with the tag, else a new entry (numbered when the tag is taken).
+// Null only when memory is exhausted.
+const char* VifCatalogName(const Pgf& format);
+
+unsigned VifCatalogOut(FILE* stream);
+unsigned VifPgfOut(const Pgf& format, FILE* stream);
+unsigned VifPageOut(Page& page, FILE* stream);           // rounds HFMargins in place
+unsigned VifDocumentOut(Document& document, FILE* stream); // rounds DMargins in place
+unsigned VifMarkerOut(const Marker& marker, FILE* stream);
+
+// ---- Text flow ------------------------------------------------------------
+// Called only while a paragraph is open, except VifParaClose.
+unsigned VifParaOpen(const Pgf& format, FILE* stream);
+unsigned VifParaClose(FILE* stream);
+unsigned VifCharOut(char c, FILE* stream);
+unsigned VifFontOut(const Font& f, FILE* stream);
+unsigned VifAFrameOut(int id, FILE* stream);
+
+// Drops the catalog and the text state, freeing their storage. Used only by
+// the fuzzing harness, which runs many documents in one process.
+void VifReset();
