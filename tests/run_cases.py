@@ -107,6 +107,7 @@ def main():
                 sys.exit("--update only rewrites the captured regression tree " + REGRESS_TREE)
     passed = failed = 0
     for base in find_cases(args.paths):
+        base = os.path.abspath(base)
         problems = run_case(os.path.abspath(args.program), base, args.update)
         if problems:
             failed += 1

@@ -1,17 +1,484 @@
-// Placeholder so that the project links while this module is written.
+// The driver: options and file arguments, the input and output streams, the
+// two temporary files that gather frames and text while the input is read,
+// the start-up order, the fatal-error routines, and the assembly of the one
+// output document at shut-down.
 #include "driver/driver.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "interp/interp.h"
+#include "macros/macros.h"
+#include "requests/rb.h"
+#include "requests/troff.h"
+#include "tools/hpstream.h"
+#include "writer/vifout.h"
+
 DriverState driver;
-int32_t CommandLine(int, char**, FILE**, FILE**) { return 0; }
-int32_t ProcessCommandLineFilenames(int, char**, FILE**, FILE**) { return 0; }
-int32_t SetupStandardIO(const char*, const char*, FILE**, FILE**) { return 0; }
-const char* FileGetTmpFileName(const char*, const char*) { return nullptr; }
-void convert() { std::exit(0); }
-void shutDown() { std::exit(0); }
-void TVWarningPre() {}
-void TVFatalVM() { std::exit(0); }
-void fatalStdio() { std::exit(0); }
-void fatalPost() { std::exit(0); }
-void setExitHook(ExitHook) {}
-void processExit(int s) { std::exit(s); }
-void driverReset() {}
+
+namespace {
+
+struct DriverPrivate {
+    // Temporary-file names: the process id is fetched once, the sequence
+    // number grows with every name asked for, and the directories named by
+    // the environment are kept once found.
+    bool havePid = false;
+    int pid = 0;
+    uint32_t sequence = 0;
+    bool haveTmpDir = false;
+    std::string tmpDir;
+    bool haveHome = false;
+    std::string home;
+    // The one buffer every returned name lives in.
+    char* nameBuffer = nullptr;
+    size_t nameBufferSize = 0;
+    // Both temporary files are open: from here on a fatal error can still
+    // assemble a document from what was gathered.
+    bool filesReady = false;
+};
+DriverPrivate s;
+
+// Not part of the reset: the fuzzing harness installs it once for the process.
+ExitHook exitHook = nullptr;
+
+constexpr const char* kUsageLines[] = {
+    "Usage :\n",
+    nullptr,  // the synopsis, which names the program
+    "\n",
+    "Options are:\n",
+    "\t-h, -help\tPrint this usage message.\n",
+    "\t-me\t\tUse me macro package.\n",
+    "\t-ms\t\tUse ms macro package.\n",
+    "\t-man\t\tUse man macro package.\n",
+    "\t-V\t\tFilter Version number\n",
+};
+
+[[noreturn]] void printUsage() {
+    for (const char* line : kUsageLines) {
+        if (line)
+            std::fputs(line, stderr);
+        else
+            std::fprintf(stderr, "%s [options] < infile > outfile\n", driver.program.c_str());
+    }
+    processExit(0);
+}
+
+// The shared name buffer with room for n + 1 bytes; its contents are not kept.
+char* getString(size_t n) {
+    if (s.nameBufferSize < n + 1) {
+        std::free(s.nameBuffer);
+        s.nameBuffer = static_cast<char*>(std::malloc(n + 1));
+        if (!s.nameBuffer) {
+            s.nameBufferSize = 0;
+            return nullptr;
+        }
+        s.nameBufferSize = n + 1;
+    }
+    return s.nameBuffer;
+}
+
+// Temporary files are made in directories other users can write to, so a
+// name is accepted only when it is a plain file of ours with no other link:
+// a symbolic link planted at the name is never followed (O_NOFOLLOW), and a
+// directory, a device, someone else's file or a hard link to one of our other
+// files counts as a name that cannot be used.
+bool isOurPlainFile(int fd) {
+    struct stat st;
+    if (fstat(fd, &st) != 0) return false;
+    if (!S_ISREG(st.st_mode) || st.st_uid != geteuid() || st.st_nlink != 1) {
+        errno = EEXIST;
+        return false;
+    }
+    return true;
+}
+
+// Creates the file at `path` (read-write, 0600, neither exclusive nor
+// truncating, as the name may be left over from an earlier run of a process
+// with the same id). A file of ours already there is emptied, so a stale
+// document never leaks into this one. On failure errno tells why.
+bool createCandidate(const char* path) {
+    int fd = open(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) return false;
+    bool ok = isOurPlainFile(fd) && fchmod(fd, 0600) == 0 && ftruncate(fd, 0) == 0;
+    int error = errno;
+    if (close(fd) != 0 && ok) return false;
+    errno = error;
+    return ok;
+}
+
+enum class Candidate { Created, Failed, NoBuffer };
+
+// Composes "DIRECTORY/NAME.PID.SEQ" (or "NAME.PID.SEQ" without a directory)
+// in the shared buffer and tries to create it.
+Candidate tryCandidate(const char* directory, const char* name) {
+    int seq = static_cast<int>(s.sequence);
+    int length = directory ? std::snprintf(nullptr, 0, "%s/%s.%d.%d", directory, name, s.pid, seq)
+                           : std::snprintf(nullptr, 0, "%s.%d.%d", name, s.pid, seq);
+    char* buffer = length < 0 ? nullptr : getString(static_cast<size_t>(length));
+    if (!buffer) {
+        errno = ENOMEM;
+        return Candidate::NoBuffer;
+    }
+    if (directory)
+        std::snprintf(buffer, static_cast<size_t>(length) + 1, "%s/%s.%d.%d", directory, name,
+                      s.pid, seq);
+    else
+        std::snprintf(buffer, static_cast<size_t>(length) + 1, "%s.%d.%d", name, s.pid, seq);
+    return createCandidate(buffer) ? Candidate::Created : Candidate::Failed;
+}
+
+// Looks an environment directory up until it is found, then keeps it. An
+// empty value is treated as unset: it would name the root directory.
+const char* environmentDirectory(const char* variable, bool& have, std::string& value) {
+    if (!have) {
+        const char* found = std::getenv(variable);
+        if (!found || !*found) return nullptr;
+        try {
+            value = found;
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+        have = true;
+    }
+    return value.c_str();
+}
+
+// Opens an existing temporary file for update, refusing anything that is not
+// still the plain file of ours that FileGetTmpFileName made (a name swapped
+// for a link or another file in between is not used).
+FILE* openTempFile(const char* path) {
+    int fd = open(path, O_RDWR | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return nullptr;
+    if (!isOurPlainFile(fd)) {
+        int error = errno;
+        close(fd);
+        errno = error;
+        return nullptr;
+    }
+    FILE* stream = fdopen(fd, "r+");
+    if (!stream) {
+        int error = errno;
+        close(fd);
+        errno = error;
+    }
+    return stream;
+}
+
+void removeTempFile(FILE*& stream, std::string& name) {
+    if (stream) std::fclose(stream);
+    stream = nullptr;
+    if (!name.empty()) std::remove(name.c_str());
+    name.clear();
+}
+
+// Removes whichever temporary files exist; errors are ignored, as this runs
+// only on the way out.
+void removeTempFiles() {
+    removeTempFile(driver.bodyStream, driver.bodyFileName);
+    removeTempFile(driver.aFrameNew.file, driver.aFrameNew.fileName);
+}
+
+// Without both temporary files no document can be assembled: say so, with
+// the system's reason, clean up what was made and end with status 1, writing
+// nothing to standard output.
+[[noreturn]] void failWithoutTempFiles(int error) {
+    TVWarningPre();
+    std::fprintf(stderr, "No temporary file could be made:  %s.\n", std::strerror(error));
+    removeTempFiles();
+    processExit(1);
+}
+
+// Start-up steps for one temporary file: make it, keep its name, open it.
+FILE* makeTempFile(std::string& nameCopy) {
+    const char* name = FileGetTmpFileName(nullptr, driver.program.c_str());
+    if (!name) failWithoutTempFiles(errno);
+    try {
+        nameCopy = name;
+    } catch (const std::bad_alloc&) {
+        std::remove(name);
+        TVFatalVM();
+    }
+    FILE* stream = openTempFile(nameCopy.c_str());
+    if (!stream) fatalStdio();
+    return stream;
+}
+
+// Closes a temporary file after its copy into the output and removes it.
+void closeAndRemove(FILE*& stream, std::string& name) {
+    FILE* closing = stream;
+    stream = nullptr;
+    if (std::fclose(closing) != 0) fatalStdio();
+    if (std::remove(name.c_str()) != 0) fatalStdio();
+    name.clear();
+}
+
+// Whatever a temporary file still holds in its buffer is written out and
+// checked before the file is read back: a temporary file that could not be
+// written completely (a full disk) must not pass for complete.
+void rewindTempFile(FILE* stream) {
+    if (std::fflush(stream) != 0) fatalStdio();
+    std::rewind(stream);
+}
+
+void fillCopyPgf(Pgf& format) {
+    format = Pgf{};
+    format.mask = bit(PgfBit::PgfTag) | bit(PgfBit::PgfColumnTop) | bit(PgfBit::PgfForceFont) |
+                  bit(PgfBit::font) | bit(PgfBit::PgfBlockSize) | bit(PgfBit::PgfLIndent) |
+                  bit(PgfBit::PgfFIndent) | bit(PgfBit::PgfRIndent) | bit(PgfBit::PgfLeading);
+    format.PgfTag = "copy";
+    format.PgfColumnTop = kNo;
+    format.PgfForceFont = kYes;
+    format.font.mask = bit(FontBit::FFamily) | bit(FontBit::FSize) | bit(FontBit::FPlain);
+    format.font.FFamily = "Courier";
+    format.font.FSize = 12;
+    format.font.FPlain = kYes;
+    format.PgfBlockSize = 2;
+    format.PgfLIndent = Dimension{0, kUnitInch};
+    format.PgfFIndent = Dimension{0, kUnitInch};
+    format.PgfRIndent = Dimension{0, kUnitInch};
+    format.PgfLeading = Dimension{2.0f, kUnitPoint};
+}
+
+void defineMacroPackage(const std::string& name) {
+    if (name == "man")
+        ManDefine();
+    else if (name == "my")
+        MyDefine();
+    else if (name == "me")
+        MeDefine();
+    else if (name == "ms")
+        MsDefine();
+}
+
+}  // namespace
+
+// ---- Command line -------------------------------------------------------------
+
+int32_t CommandLine(int argc, char** argv, FILE** in, FILE** out) {
+    int first = 1;
+    if (argc > 1 && argv[1] && argv[1][0] == '-') {
+        char option = argv[1][1];
+        if (option == 'V' || option == 'v') {
+            std::fprintf(stderr, "%s: version %s\n", driver.program.c_str(), kVifVersion);
+            processExit(0);
+        }
+        if (option != 'm') printUsage();
+        driver.macroPackage = argv[1] + 1;
+        first = 2;
+    }
+    int count = argc > first ? argc - first : 0;
+    int32_t code = ProcessCommandLineFilenames(count, argv + first, in, out);
+
+    const char* message = nullptr;
+    switch (code) {
+        case kStatFailed: message = "Internal Error in Filter.  Contact Norve Technical Support.\n"; break;
+        case kInputUnreadable: message = "Error reading input file.\n"; break;
+        case kOutputUnwritable: message = "Error writing to output file.\n"; break;
+        case kNoMemoryForName: message = "Error: Out of memory.\n"; break;
+        case kSameFile: message = "Input file and output file are identical.\n"; break;
+        default: break;
+    }
+    if (message) {
+        std::fputs(message, stderr);
+        processExit(1);
+    }
+    return code;
+}
+
+int32_t ProcessCommandLineFilenames(int count, char** words, FILE** in, FILE** out) {
+    *in = stdin;
+    *out = stdout;
+    if (count > 2) return kTooManyFiles;
+
+    char* inName = nullptr;
+    char* outName = nullptr;
+    if (count >= 1 && !(inName = strdup(words[0]))) return kNoMemoryForName;
+    if (count == 2 && !(outName = strdup(words[1]))) {
+        std::free(inName);
+        return kNoMemoryForName;
+    }
+    int32_t code = SetupStandardIO(inName, outName, in, out);
+    std::free(inName);
+    std::free(outName);
+    return code;
+}
+
+int32_t SetupStandardIO(const char* inName, const char* outName, FILE** in, FILE** out) {
+    if (inName && *inName) {
+        FILE* opened = std::fopen(inName, "r");
+        if (!opened) return kInputUnreadable;
+        *in = opened;
+    }
+    struct stat inStat;
+    if (fstat(fileno(*in), &inStat) != 0) return kStatFailed;
+
+    if (outName && *outName) {
+        // The output is looked at before it is opened for writing, which
+        // would empty it: naming the input again must leave it intact.
+        if (FILE* existing = std::fopen(outName, "r")) {
+            struct stat outStat;
+            bool statOk = fstat(fileno(existing), &outStat) == 0;
+            std::fclose(existing);
+            if (!statOk) return kStatFailed;
+            if (outStat.st_dev == inStat.st_dev && outStat.st_ino == inStat.st_ino) return kSameFile;
+        }
+        FILE* opened = std::fopen(outName, "w");
+        if (!opened) return kOutputUnwritable;
+        *out = opened;
+        struct stat outStat;
+        if (fstat(fileno(*out), &outStat) != 0) return kStatFailed;
+    }
+    struct stat outStat;
+    if (fstat(fileno(*out), &outStat) != 0) return kStatFailed;
+    if (outStat.st_dev == inStat.st_dev && outStat.st_ino == inStat.st_ino && isatty(fileno(*in)))
+        return kSameTerminal;
+    return kStreamsReady;
+}
+
+// ---- Temporary files -----------------------------------------------------------
+
+const char* FileGetTmpFileName(const char* directory, const char* name) {
+    if (!s.havePid) {
+        s.pid = static_cast<int>(getpid());
+        s.havePid = true;
+    }
+    s.sequence++;
+
+    // The candidates in order of preference; the current directory is the
+    // last resort. A missing buffer ends the search at once.
+    auto search = [&]() {
+        Candidate result;
+        if (directory && *directory) {
+            if ((result = tryCandidate(directory, name)) != Candidate::Failed) return result;
+        }
+        if (const char* tmpDir = environmentDirectory("TMPDIR", s.haveTmpDir, s.tmpDir)) {
+            if ((result = tryCandidate(tmpDir, name)) != Candidate::Failed) return result;
+        }
+        if ((result = tryCandidate("/tmp", name)) != Candidate::Failed) return result;
+        if (const char* home = environmentDirectory("HOME", s.haveHome, s.home)) {
+            if ((result = tryCandidate(home, name)) != Candidate::Failed) return result;
+        }
+        return tryCandidate(nullptr, name);
+    };
+    return search() == Candidate::Created ? s.nameBuffer : nullptr;
+}
+
+// ---- Start-up and shut-down -----------------------------------------------------
+
+void convert() {
+    driver.stdIn = InputStream{};
+    driver.stdIn.file = driver.inFile;
+
+    // The body file gets sequence number 1 and the frame file 2.
+    driver.bodyStream = makeTempFile(driver.bodyFileName);
+    driver.aFrameNew.file = makeTempFile(driver.aFrameNew.fileName);
+    s.filesReady = true;
+
+    try {
+        TVCreateRopes();
+        TVDefineTroff();
+        defineMacroPackage(driver.macroPackage);
+        // Registered after the package, so that they replace its entries of the same name.
+        TVDefineNumericalRule("sp", TVsp, "v");
+        TVDefineNumericalRule("sv", TVsp, "v");
+        TVDefineRule("ns", TVns);
+        TVDefineRule("rs", TVrs);
+        fillCopyPgf(driver.copyPgf);
+        doIt();
+    } catch (const std::bad_alloc&) {
+        TVFatalVM();
+    }
+    shutDown();
+}
+
+void shutDown() {
+    driver.isShuttingDown = true;
+    FILE* out = driver.outFile;
+    try {
+        std::string identification = "trofftovif -" + driver.macroPackage;
+        if (!VifPreludeOut(out, identification.c_str())) fatalStdio();
+        if (!VifCatalogOut(out)) fatalStdio();
+
+        // The results of the two literal writes and of the copies are not
+        // looked at one by one: the final flush below catches any of them.
+        rewindTempFile(driver.aFrameNew.file);
+        std::fputs("<AFrames\n", out);
+        StreamCopy(driver.aFrameNew.file, out);
+        std::fputs(">\n", out);
+        closeAndRemove(driver.aFrameNew.file, driver.aFrameNew.fileName);
+
+        if (!VifDocumentOut(tv.TVDocument, out)) fatalStdio();
+        if (!VifPageOut(tv.TVPage, out)) fatalStdio();
+
+        rewindTempFile(driver.bodyStream);
+        StreamCopy(driver.bodyStream, out);
+        closeAndRemove(driver.bodyStream, driver.bodyFileName);
+    } catch (const std::bad_alloc&) {
+        TVFatalVM();
+    }
+    // Output that could not be written (a full disk, /dev/full) is an error
+    // even when every single write was buffered.
+    errno = 0;
+    if (std::fflush(out) != 0 || std::ferror(out)) {
+        if (errno == 0) errno = EIO;
+        fatalStdio();
+    }
+    processExit(0);
+}
+
+// ---- Fatal errors and warnings ------------------------------------------------
+
+void TVWarningPre() {
+    std::fprintf(stderr, "Line %d @ %d:  ", static_cast<int>(driver.stdIn.line),
+                 static_cast<int>(driver.stdIn.column));
+}
+
+void TVFatalVM() {
+    if (!s.filesReady) failWithoutTempFiles(ENOMEM);
+    TVWarningPre();
+    std::fputs("Memory is full.\n", stderr);
+    fatalPost();
+}
+
+void fatalStdio() {
+    int error = errno;
+    if (!s.filesReady) failWithoutTempFiles(error);
+    TVWarningPre();
+    std::fprintf(stderr, "Operating system problem:  %s.\n", std::strerror(error));
+    fatalPost();
+}
+
+void fatalPost() {
+    // A fatal error while the output is being assembled must not start the
+    // assembly again (it would fail the same way, without end): the message
+    // is out, so remove the temporary files and end with status 1.
+    if (driver.isShuttingDown || !s.filesReady) {
+        removeTempFiles();
+        processExit(1);
+    }
+    shutDown();
+}
+
+// ---- Process end and reset ------------------------------------------------------
+
+void setExitHook(ExitHook hook) { exitHook = hook; }
+
+void processExit(int status) {
+    if (exitHook) exitHook(status);
+    std::exit(status);
+}
+
+void driverReset() {
+    // Temporary files of an interrupted run are closed and removed. The input
+    // and output streams belong to whoever set them and are left alone.
+    removeTempFiles();
+    std::free(s.nameBuffer);
+    s = DriverPrivate{};
+    driver = DriverState{};
+}

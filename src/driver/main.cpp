@@ -1,3 +1,16 @@
-// Placeholder so that the project links while this module is written.
+// The entry point: takes the program's name, reads the command line and hands
+// over to the conversion, which never returns.
+#include <cstring>
+
 #include "driver/driver.h"
-int main(int argc, char** argv) { CommandLine(argc, argv, &driver.inFile, &driver.outFile); convert(); }
+
+int main(int argc, char** argv) {
+    // The name the program was invoked by, less its directories; a missing
+    // invocation name falls back to the program's own.
+    const char* invoked = argc > 0 && argv[0] ? argv[0] : "trofftovif";
+    const char* slash = std::strrchr(invoked, '/');
+    driver.program = slash ? slash + 1 : invoked;
+
+    CommandLine(argc, argv, &driver.inFile, &driver.outFile);
+    convert();
+}

@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Builds the converter twice, once optimised with debug information and once
+# with the address and undefined-behaviour sanitizers, and runs every test
+# (unit tests and end-to-end cases) in both. Exits non-zero on any failure.
+#
+# The build directories default to build/ and build-asan/; BUILD_DIR and
+# ASAN_BUILD_DIR choose others.
+set -uo pipefail
+cd "$(dirname "$0")/.."
+
+build_dir=${BUILD_DIR:-build}
+asan_dir=${ASAN_BUILD_DIR:-build-asan}
+summaries=()
+failed=0
+
+# run_suite DIR LABEL [CMAKE OPTION...]
+run_suite() {
+    local dir=$1 label=$2
+    shift 2
+    local log
+    log=$(mktemp)
+    if cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" &&
+        cmake --build "$dir" -j2 &&
+        (cd "$dir" && ctest --output-on-failure -j2) 2>&1 | tee "$log"; then
+        summaries+=("$label: $(grep -E 'tests passed|tests failed' "$log" | tail -n 1)")
+    else
+        failed=1
+        local summary
+        summary=$(grep -E 'tests passed|tests failed' "$log" | tail -n 1)
+        summaries+=("$label: FAILED ${summary:-(build or configuration failed)}")
+    fi
+    rm -f "$log"
+}
+
+run_suite "$build_dir" "RelWithDebInfo ($build_dir)"
+run_suite "$asan_dir" "sanitizers ($asan_dir)" -DTROFFTOVIF_SANITIZE=ON
+
+echo
+echo "Summary"
+for line in "${summaries[@]}"; do
+    echo "  $line"
+done
+exit "$failed"
