@@ -1,8 +1,238 @@
-// Placeholder so that the project links while this module is written.
+// The text flow: Para, ParaLine, String, Char, Font, AFrame and Marker
+// statements. A small state gathers printable characters into one String,
+// writes a Font statement only for what changes, and turns line ends into
+// ParaLine boundaries.
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "writer/textstate.h"
 #include "writer/vifout.h"
-unsigned VifParaOpen(const Pgf&, FILE*) { return 1; }
-unsigned VifParaClose(FILE*) { return 1; }
-unsigned VifCharOut(char, FILE*) { return 1; }
-unsigned VifFontOut(const Font&, FILE*) { return 1; }
-unsigned VifAFrameOut(int, FILE*) { return 1; }
-void VifReset() {}
+
+namespace {
+
+constexpr uint32_t kUnknown = 2;  // a style not yet written in this paragraph
+
+// What the open paragraph has written so far.
+struct TextState {
+    // The family last written: the state's own copy, and the text it was
+    // copied from. Family texts are never rewritten in place (the font table
+    // keeps every family it mounts), so a font that hands the same pointer
+    // again has the same family, and the content is compared only otherwise.
+    std::string family;
+    bool hasFamily = false;
+    const char* familySource = nullptr;
+    int32_t FSize = 0;
+    uint32_t FPlain = 0, FBold = 0, FItalic = 0, FUnderline = 0, FStrike = 0;
+    int32_t FDY = 0;
+    unsigned char lastChar = 0;
+    bool stringOpen = false;
+};
+
+struct VifOutState {
+    uint32_t paraOpen = 0;
+    TextState text;
+};
+VifOutState s;
+
+inline bool put(const char* text, size_t n, FILE* stream) {
+    return fwrite(text, 1, n, stream) == n;
+}
+template <size_t N>
+inline bool put(const char (&text)[N], FILE* stream) {
+    return put(text, N - 1, stream);
+}
+
+// Ends an open String statement.
+bool closeString(FILE* stream) {
+    if (!s.text.stringOpen) return true;
+    s.text.stringOpen = false;
+    return put("'>\n", stream);
+}
+
+void forgetFamily() {
+    s.text.hasFamily = false;
+    s.text.familySource = nullptr;
+    s.text.family.clear();
+}
+
+// Takes the state's own copy of a family; without memory it holds none, so
+// the family is written again next time.
+void keepFamily(const char* family) {
+    try {
+        s.text.family.assign(family);
+        s.text.hasFamily = true;
+        s.text.familySource = family;
+    } catch (const std::bad_alloc&) {
+        forgetFamily();
+    }
+}
+
+bool sameFamily(const char* family) {
+    if (!s.text.hasFamily) return false;
+    return family == s.text.familySource || std::strcmp(family, s.text.family.c_str()) == 0;
+}
+
+const char* yesNo(uint32_t v) { return v ? "Yes" : "No"; }
+
+unsigned textOpen(const Pgf& format, FILE* stream) {
+    TextState& t = s.text;
+    t.stringOpen = false;
+    t.lastChar = 0;
+    forgetFamily();
+    t.FSize = 0;
+    t.FPlain = t.FBold = t.FItalic = t.FUnderline = t.FStrike = kUnknown;
+    // FDY carries over from the previous paragraph.
+
+    const char* name = VifCatalogName(format);
+    if (name == nullptr) name = "memory full";
+    if (fprintf(stream, "<Para <PgfTag `%s'>\n", name) < 0) return 0;
+
+    // A paragraph that forces its own font starts in it, so the first Font
+    // statement states only what differs from that font.
+    if ((format.mask & bit(PgfBit::PgfForceFont)) && (format.mask & bit(PgfBit::font)) &&
+        format.PgfForceFont) {
+        const Font& f = format.font;
+        if ((f.mask & bit(FontBit::FFamily)) && f.FFamily) keepFamily(f.FFamily);
+        if (f.mask & bit(FontBit::FSize)) t.FSize = f.FSize;
+        if (f.mask & bit(FontBit::FPlain)) t.FPlain = f.FPlain;
+        if (f.mask & bit(FontBit::FBold)) t.FBold = f.FBold;
+        if (f.mask & bit(FontBit::FItalic)) t.FItalic = f.FItalic;
+        if (f.mask & bit(FontBit::FUnderline)) t.FUnderline = f.FUnderline;
+        if (f.mask & bit(FontBit::FStrike)) t.FStrike = f.FStrike;
+    }
+    return put("\t<ParaLine # Begin Para's ParaLines.\n", stream);
+}
+
+unsigned textClose(FILE* stream) {
+    if (!closeString(stream)) return 0;
+    return put("\t> # End Paraline.\n> # End Para.\n", stream);
+}
+
+}  // namespace
+
+unsigned VifParaOpen(const Pgf& format, FILE* stream) {
+    if (s.paraOpen) {
+        if (!textClose(stream)) return 0;
+    } else {
+        s.paraOpen = 1;
+    }
+    return textOpen(format, stream);
+}
+
+unsigned VifParaClose(FILE* stream) {
+    if (!s.paraOpen) return 1;
+    s.paraOpen = 0;
+    return textClose(stream);
+}
+
+unsigned VifCharOut(char ch, FILE* stream) {
+    TextState& t = s.text;
+    const auto c = static_cast<unsigned char>(ch);
+
+    if ((c >= 32 && c <= 126) || c == '\t') {
+        if (!t.stringOpen) {
+            if (!put("\t<String `", stream)) return 0;
+            t.stringOpen = true;
+        }
+        t.lastChar = c;
+        switch (c) {
+        case '\t': return put("\\t", stream);
+        case '\'': return put("\\xD5 ", stream);
+        case '`': return put("\\xD4 ", stream);
+        case '>': return put("\\>", stream);
+        case '\\': return put("\\\\", stream);
+        default: return putc_unlocked(c, stream) != EOF;
+        }
+    }
+
+    // After a hard return the line is already broken: a line feed adds
+    // nothing and leaves the hard return as the last character.
+    if (c == '\n' && t.lastChar == 13) return 1;
+    bool wasOpen = t.stringOpen;
+    t.stringOpen = false;
+    if (c == '\n') {
+        t.lastChar = c;
+        return wasOpen ? put("'>\n\t><ParaLine\n", stream) : put("><ParaLine\n", stream);
+    }
+    t.lastChar = c;
+    if (c == 13) {
+        return wasOpen ? put("'>\n\t<Char HardReturn>><ParaLine\n", stream)
+                       : put("\t<Char HardReturn>><ParaLine\n", stream);
+    }
+    unsigned code = c;
+    return fprintf(stream, wasOpen ? "'>\n\t<Char %u> # 0x%x\n" : "\t<Char %u> # 0x%x\n", code, code) >= 0;
+}
+
+unsigned VifFontOut(const Font& f, FILE* stream) {
+    TextState& t = s.text;
+    const uint32_t m = f.mask;
+    bool opened = false;
+    // Opens the Font statement the first time something is to be written.
+    auto open = [&]() -> bool {
+        if (opened) return true;
+        opened = true;
+        return closeString(stream) && put("\t<Font", stream);
+    };
+
+    if ((m & bit(FontBit::FFamily)) && f.FFamily && !sameFamily(f.FFamily)) {
+        keepFamily(f.FFamily);
+        if (!open()) return 0;
+        if (!put(" <FFamily `", stream) || fputs(f.FFamily, stream) == EOF || !put("'>", stream)) return 0;
+    }
+    if ((m & bit(FontBit::FSize)) && f.FSize != t.FSize) {
+        if (!open()) return 0;
+        t.FSize = f.FSize;
+        if (fprintf(stream, " <FSize %d>", f.FSize) < 0) return 0;
+    }
+    if ((m & bit(FontBit::FPlain)) && f.FPlain != t.FPlain) {
+        if (!open()) return 0;
+        if (f.FPlain) t.FBold = t.FItalic = t.FUnderline = t.FStrike = kNo;
+        t.FPlain = f.FPlain;
+        if (!put(" <FPlain ", stream) || fputs(yesNo(f.FPlain), stream) == EOF || !put(">", stream)) return 0;
+    }
+    struct Style {
+        uint32_t bitNo;
+        uint32_t Font::*value;
+        uint32_t TextState::*state;
+        const char* lead;
+    };
+    static const Style styles[] = {
+        {FontBit::FBold, &Font::FBold, &TextState::FBold, " <FBold "},
+        {FontBit::FItalic, &Font::FItalic, &TextState::FItalic, " <FItalic "},
+        {FontBit::FUnderline, &Font::FUnderline, &TextState::FUnderline, " <FUnderline "},
+        {FontBit::FStrike, &Font::FStrike, &TextState::FStrike, " <FStrike "},
+    };
+    for (const Style& st : styles) {
+        uint32_t v = f.*st.value;
+        if (!(m & bit(st.bitNo)) || v == t.*st.state) continue;
+        if (!open()) return 0;
+        t.FPlain = kNo;
+        t.*st.state = v;
+        if (fputs(st.lead, stream) == EOF || fputs(yesNo(v), stream) == EOF || !put(">", stream)) return 0;
+    }
+    if ((m & bit(FontBit::FDY)) && f.FDY != t.FDY) {
+        if (!open()) return 0;
+        t.FDY = f.FDY;
+        if (fprintf(stream, " <FDY %d>", f.FDY) < 0) return 0;
+    }
+    if (opened && !put(">\n", stream)) return 0;
+    return 1;
+}
+
+unsigned VifAFrameOut(int id, FILE* stream) {
+    if (!closeString(stream)) return 0;
+    return fprintf(stream, "\t<AFrame %d>", id) >= 0;
+}
+
+unsigned VifMarkerOut(const Marker& m, FILE* stream) {
+    if (!closeString(stream)) return 0;
+    if (!put("\t<Marker\n", stream)) return 0;
+    if (!outWorkHorse(&m, stream, 2, marker)) return 0;
+    return put("\t>", stream);
+}
+
+void VifReset() {
+    s = VifOutState{};
+    catalogReset();
+}
