@@ -144,3 +144,6 @@ const char* TVStringGet(const char* name);
 
 // Puts all interpreter state back as at program start (fuzzing harness only).
 void interpReset();
+// The parts of interpReset kept by escape.cpp and registers.cpp.
+void escapeReset();
+void registersReset();

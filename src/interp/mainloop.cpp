@@ -1,18 +1,433 @@
-// Placeholder so that the project links while this module is written.
+// The main loop: reads the troff source one character at a time, splits
+// request lines into arguments for the dispatcher, hands escapes to the escape
+// interpreter and writes text through the writer. Also the pushback, paragraph
+// opening, anchored frames, copy regions and the requests sp, sv, ns and rs.
 #include "interp/interp.h"
+
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <string>
+#include <utility>
+
+#include "driver/driver.h"
+#include "requests/rb.h"
+#include "writer/vifout.h"
+
 TVState tv;
-void TVCreateRopes() {}
-void doIt() {}
-void fire() {}
-void pgfOpen() {}
-void aFrameNewF() {}
-void TVPgfOut(const Pgf&) {}
-void TVsp() {}
-void TVns() {}
-void TVrs() {}
-void TVReturnReset() {}
-void TVArgsEmpty() {}
-int TVGetc() { return -1; }
-bool arg(Rope*) { return false; }
-Rope* TVSkipPast(char) { return tv.TVArgs[10].get(); }
-void interpReset() {}
+
+namespace {
+
+// The most characters that may be pushed back in front of the input between
+// two characters read from the input file. Every pushed character is read
+// again, so this bounds the work and memory one input character can cause:
+// a string or macro that keeps expanding into itself, or a huge spacing
+// request, stops here with one warning instead of running without end.
+constexpr size_t kMaxExpansion = size_t{1} << 20;
+
+struct MainLoopState {
+    // Pushed-back input, kept reversed: the next character to read is at the
+    // back, so reading one costs O(1) and pushing n characters costs O(n).
+    // Text pushed later is read first, and all of it before the unread input.
+    std::string echoes;
+    size_t pushedSinceInput = 0;     // characters pushed since the input file was last read
+    bool isDroppingExpansion = false;  // the limit was hit: pushes are dropped until the input moves
+    bool wasFromEchoes = false;      // the character read last came from the pushback
+    int inC = kNewline;              // last character read
+    int lastInC = kNewline;          // the one before it
+    char lastOutC = ' ';             // last character taken by the text path
+    bool isPgfOpen = false;
+    bool isNewPgf = true;
+    bool isForcedFont = false;       // fire has already set the paragraph's font
+    bool isSpaceMode = true;         // false while "ns" is in force
+    float futureLIndent = 0;         // last left indent seen when a paragraph opened
+    // What a copy region saves on entry and gives back when it ends.
+    Pgf aPgf;
+    Font aFont;
+    bool wasFilling = false;
+    // The tab stops of the paragraph opened last, shifted by its left indent.
+    // TVPgf refers to them, so they live here rather than in pgfOpen's frame.
+    TabStop shiftedTabStops[kTabStopCount];
+};
+MainLoopState s;
+
+inline void writeChar(char c) {
+    if (!VifCharOut(c, driver.bodyStream)) fatalStdio();
+}
+
+// Puts `text` in front of the unread pushed-back input.
+void pushBack(const Rope* text) {
+    size_t n = text->length;
+    if (n == 0 || !text->text || s.isDroppingExpansion) return;
+    if (n > kMaxExpansion - s.pushedSinceInput) {
+        // Everything pending was pushed since the last input character, so it
+        // all belongs to the runaway expansion: drop it and go on with the input.
+        TVWarningPre();
+        std::fputs("Expansion too long; rest dropped.\n", stderr);
+        s.echoes.clear();
+        s.isDroppingExpansion = true;
+        return;
+    }
+    s.pushedSinceInput += n;
+    s.echoes.append(std::make_reverse_iterator(text->text + n),
+                    std::make_reverse_iterator(text->text));
+}
+
+// Splits the rest of a request line into TVArgs; the eleventh and later
+// arguments all go to the overflow rope.
+void readRequestLine() {
+    TVArgsEmpty();
+    int k = 0;
+    while (arg(tv.TVArgs[k].get())) {
+        if (k < kArgRopes - 1) k++;
+    }
+}
+
+bool isCopyTag(const char* tag) { return tag && std::strcmp(tag, "copy") == 0; }
+
+}  // namespace
+
+void TVCreateRopes() {
+    for (auto& rope : tv.TVArgs) {
+        rope = RopeNew();
+        if (!rope) TVFatalVM();
+        RopeInit(rope.get(), 10, 0);
+    }
+    tv.TVReturn.text = RopeNew();
+    if (!tv.TVReturn.text) TVFatalVM();
+    RopeInit(tv.TVReturn.text.get(), 10, 0);
+}
+
+int TVGetc() {
+    s.lastInC = s.inC;
+    int c;
+    if (!s.echoes.empty()) {
+        c = static_cast<signed char>(s.echoes.back());
+        s.echoes.pop_back();
+        s.wasFromEchoes = true;
+    } else {
+        c = driver.stdIn.file ? STREAM_GETC(driver.stdIn) : -1;
+        s.pushedSinceInput = 0;
+        s.isDroppingExpansion = false;
+        s.wasFromEchoes = false;
+    }
+    s.inC = c;
+    return c;
+}
+
+void doIt() {
+    uint32_t newlines = 0;  // consecutive newlines of text
+    s.echoes.clear();
+    s.lastOutC = ' ';
+    tv.TVCursor = Cursor{};
+
+    for (;;) {
+        int c = TVGetc();
+        if (c == -1) break;
+
+        // A literal marker in pushed-back text: the byte after it is text,
+        // never an escape or the start of a request line. A marker read from
+        // the input file itself is an ordinary character.
+        bool isLiteral = false;
+        if (c == kLiteralNext && s.wasFromEchoes) {
+            if (s.echoes.empty()) continue;
+            c = TVGetc();
+            if (c == -1) break;
+            isLiteral = true;
+        }
+
+        if (!isLiteral) {
+            if ((s.lastInC == kNewline || s.lastInC == kHardReturn) &&
+                (c == tv.TVControlChar || c == tv.TVNoBreakControlChar)) {
+                newlines = 0;
+                readRequestLine();
+                tv.TVIsNoBreak = (c == tv.TVNoBreakControlChar);
+                TVReturnReset();
+                TVFire(s.lastOutC);
+                fire();
+                continue;
+            }
+            // Inside a copy region the escape character is text.
+            if (tv.TVEscapeChar != 0 && c == tv.TVEscapeChar && !tv.TVReturn.endCommand) {
+                newlines = 0;
+                TVReturnReset();
+                TVEscape(s.lastOutC);
+                fire();
+                continue;
+            }
+        }
+
+        // Text.
+        bool isWritten = true;
+        if (c == ' ' || c == kNewline || c == kTab) {
+            if (fireWordTraps(c == kNewline)) isWritten = false;
+        }
+        if (c == kNewline) {
+            fireLineTraps();
+            newlines++;
+            // The second and later newlines of a run are dropped in fill mode.
+            if (newlines >= 2 && tv.TVIsFilling) {
+                s.lastOutC = kNewline;
+                continue;
+            }
+        }
+        // Frames and markers go into the paragraph still open, before any
+        // new paragraph is opened below.
+        if (s.isPgfOpen) {
+            if (driver.aFrameNew.isPending) aFrameNewF();
+            if (markersPending()) markersNew();
+        }
+        if (newlines > 1 || s.isNewPgf) {
+            if (c == kNewline) {
+                s.lastOutC = kNewline;
+                continue;
+            }
+            pgfOpen();
+            s.isNewPgf = false;
+        }
+        if (driver.aFrameNew.isPending) aFrameNewF();
+        if (c != kNewline) newlines = 0;
+
+        // A hyphenation character of 0 means none: a NUL byte stays a NUL byte.
+        if (tv.TVHyphenationChar != 0 && c == tv.TVHyphenationChar) {
+            c = (s.lastOutC == ' ' || s.lastOutC == kNewline || s.lastOutC == kTab)
+                    ? kHyphenAtWordStart
+                    : kHyphenInWord;
+        }
+
+        // The character format: the current font, size and underline mode; a
+        // special character of the Symbol font switches the family for itself
+        // alone. The writer writes only what changed.
+        Font format = tv.TVFamilyStyle;
+        format.mask |= bit(FontBit::FSize);
+        format.FSize = tv.TVSize;
+        if (tv.TVReturn.isSymbol) {
+            tv.TVReturn.isSymbol = false;
+            format.FFamily = "Symbol";
+        }
+        format.mask |= bit(FontBit::FUnderline);
+        format.FUnderline = tv.TVIsUnderline ? kYes : kNo;
+        if (!VifFontOut(format, driver.bodyStream)) fatalStdio();
+
+        if (!isWritten || c == kZeroWidth) {
+            s.lastOutC = static_cast<char>(c);
+            continue;
+        }
+        if (c == kNewline) {
+            if (tv.TVIsFilling) {
+                writeChar(' ');
+                writeChar(kNewline);
+            } else {
+                writeChar(kHardReturn);
+            }
+            tv.TVCursor = Cursor{};
+            s.lastOutC = kNewline;
+            continue;
+        }
+        writeChar(c == kLiteralBackslash ? '\\' : static_cast<char>(c));
+        float height = tv.TVSize / 72.0f;
+        tv.TVCursor.x += 0.6f * tv.TVSize / 72.0f;
+        if (height > tv.TVCursor.y) tv.TVCursor.y = height;
+        s.lastOutC = static_cast<char>(c);
+    }
+
+    if (s.isPgfOpen) {
+        markersNew();
+        if (!VifParaClose(driver.bodyStream)) fatalStdio();
+        s.isPgfOpen = false;
+    }
+}
+
+void fire() {
+    TVReturnRecord& r = tv.TVReturn;
+    if (r.text && r.text->length != 0) pushBack(r.text.get());
+    if (r.lineTrap || r.wordTrap) trapNew();
+    if (r.endCommand) {
+        if (tv.TVCommand && std::strcmp(tv.TVCommand, r.endCommand) == 0) {
+            // The request that closes the copy region has run: restore.
+            r.endCommand = nullptr;
+            tv.TVIsFilling = s.wasFilling;
+            tv.TVPgf = s.aPgf;
+            tv.TVFamilyStyle = s.aFont;
+            tv.TVSize = s.aFont.FSize;
+            r.newPgf = true;
+        } else if (!isCopyTag(tv.TVPgf.PgfTag)) {
+            s.aPgf = tv.TVPgf;
+            tv.TVPgf = driver.copyPgf;
+            s.aFont = tv.TVFamilyStyle;
+            s.aFont.FSize = tv.TVSize;
+            s.wasFilling = tv.TVIsFilling;
+            tv.TVIsFilling = false;
+            r.newPgf = true;
+        }
+    }
+    if (r.newPgf) {
+        if (tv.TVPgf.mask & bit(PgfBit::PgfForceFont)) {
+            tv.TVFamilyStyle = tv.TVPgf.font;
+            tv.TVSize = tv.TVPgf.font.FSize;
+            s.isForcedFont = true;
+        }
+        s.isNewPgf = true;
+    }
+}
+
+void pgfOpen() {
+    Pgf& pgf = tv.TVPgf;
+    if (!VifParaClose(driver.bodyStream)) fatalStdio();
+    if (pgf.mask & bit(PgfBit::PgfLIndent)) s.futureLIndent = pgf.PgfLIndent.value;
+    if (pgf.mask & bit(PgfBit::tabStops)) {
+        for (int i = 0; i < kTabStopCount; i++) {
+            s.shiftedTabStops[i] = tv.TVTabStops[i];
+            s.shiftedTabStops[i].TSX.value += s.futureLIndent;
+        }
+        pgf.tabStops = s.shiftedTabStops;
+        pgf.PgfNumTabs = kTabStopCount;
+    }
+    if (!(pgf.mask & bit(PgfBit::PgfTag)) || !pgf.PgfTag) {
+        pgf.PgfTag = "trofftovif";
+        pgf.mask |= bit(PgfBit::PgfTag);
+    }
+    if (!VifParaOpen(pgf, driver.bodyStream)) fatalStdio();
+    s.isPgfOpen = true;
+    // A font change made between the request and the first character (an
+    // escape at the start of the line) survives when fire already did this.
+    if (!s.isForcedFont && (pgf.mask & bit(PgfBit::PgfForceFont))) {
+        tv.TVFamilyStyle = pgf.font;
+        tv.TVSize = pgf.font.FSize;
+    }
+    s.isForcedFont = false;
+}
+
+void aFrameNewF() {
+    AFrameNew& frame = driver.aFrameNew;
+    frame.isPending = false;
+    frame.id++;
+    if (!VifAFrameOut(frame.id, driver.bodyStream)) fatalStdio();
+    writeChar(kHardReturn);
+    if (frame.file) {
+        // A write error here shows up when the frame file is copied out.
+        std::fprintf(frame.file, "<Frame <BRect 0 0 6.5\" %f\"> <FrameType Below> <ID %d>>\n",
+                     static_cast<double>(frame.height), frame.id);
+    }
+}
+
+void TVPgfOut(const Pgf& format) {
+    // The catalog takes its own copy of the stops, so a local copy will do.
+    Pgf shifted = format;
+    TabStop stops[kTabStopCount];
+    if (format.tabStops) {
+        for (int i = 0; i < kTabStopCount; i++) {
+            stops[i] = format.tabStops[i];
+            stops[i].TSX.value += format.PgfLIndent.value;
+        }
+        shifted.tabStops = stops;
+    }
+    if (!VifCatalogNew(shifted)) TVFatalVM();
+}
+
+void TVsp() {
+    // "sp" obeys no-space mode; "sv" never does.
+    if (tv.TVCommand && tv.TVCommand[0] && tv.TVCommand[1] == 'p' && !s.isSpaceMode) return;
+    const ArgValue& a = tv.TVArg1;
+    double distance = a.isNumber ? a.value : 1.0;
+    bool isVertical = a.isNumber ? a.isVUnit : true;
+    if (!isVertical) {
+        AFrameNew& frame = driver.aFrameNew;
+        if (frame.isPending) {
+            frame.height += static_cast<float>(distance);
+        } else {
+            frame.isPending = true;
+            frame.height = static_cast<float>(distance);
+        }
+        return;
+    }
+    Rope* text = tv.TVReturn.text.get();
+    if (s.lastOutC != kNewline && s.lastOutC != kHardReturn) RopeAppend(text, kHardReturn);
+    // More line breaks than the expansion limit allows would only be dropped
+    // by fire, which warns: stop building them one past the limit.
+    double lines = distance + 0.1;
+    size_t count = 0;
+    if (lines >= 1) {
+        count = lines > static_cast<double>(kMaxExpansion) ? kMaxExpansion + 1
+                                                          : static_cast<size_t>(lines);
+    }
+    for (size_t i = 0; i < count; i++) RopeAppend(text, kHardReturn);
+}
+
+void TVns() { s.isSpaceMode = false; }
+void TVrs() { s.isSpaceMode = true; }
+
+void TVReturnReset() {
+    TVReturnRecord& r = tv.TVReturn;
+    if (r.text) RopeEmpty(r.text.get());
+    r.lineTrap = nullptr;
+    r.wordTrap = nullptr;
+    r.lineCount = 0;
+    r.suppressSpace = false;
+    r.newPgf = false;
+    r.isSymbol = false;
+}
+
+void TVArgsEmpty() {
+    for (auto& rope : tv.TVArgs) {
+        if (rope) RopeEmpty(rope.get());
+    }
+}
+
+bool arg(Rope* rope) {
+    int c;
+    for (;;) {
+        c = TVGetc();
+        if (c == kNewline || c == -1) return false;
+        if (c >= 33 && c <= 126) break;
+    }
+    RopeAppend(rope, static_cast<char>(c));
+    bool isQuoted = (c == '"');
+    bool isEscapeOn = tv.TVEscapeChar != 0;
+    int previous = c;
+    for (;;) {
+        c = TVGetc();
+        if (c == kNewline) {
+            if (isEscapeOn && previous == tv.TVEscapeChar) {
+                // An escaped newline joins the next line to the argument.
+                RopeDeleteLast(rope);
+                previous = c;
+                continue;
+            }
+            return false;
+        }
+        if (c == -1) return false;
+        if (c < 32 || c > 127) return true;
+        if (!isQuoted && c == ' ') return true;
+        if (c == '"' && isEscapeOn && previous == tv.TVEscapeChar) {
+            // A comment: the rest of the line goes, and so does the escape.
+            TVSkipPast(kNewline);
+            RopeDeleteLast(rope);
+            return false;
+        }
+        if (isQuoted && c == '"') {
+            RopeDeleteFirst(rope);
+            return true;
+        }
+        RopeAppend(rope, static_cast<char>(c));
+        previous = c;
+    }
+}
+
+Rope* TVSkipPast(char delimiter) {
+    Rope* scratch = tv.TVArgs[10].get();
+    RopeEmpty(scratch);
+    for (;;) {
+        int c = TVGetc();
+        if (c == -1 || c == delimiter) break;
+        RopeAppend(scratch, static_cast<char>(c));
+    }
+    return scratch;
+}
+
+void interpReset() {
+    tv = TVState{};
+    s = MainLoopState{};
+    escapeReset();
+    registersReset();
+}

@@ -1,9 +1,231 @@
-// Placeholder so that the project links while this module is written.
+// The rule table and the dispatcher: rules by one- or two-character name in a
+// two-level table indexed by character, the decoding of a control line's
+// arguments by the rule's units, and the hand-back of lines no rule takes.
 #include "requests/rb.h"
-void TVDefineRule(const char*, Handler) {}
-void TVDefineNumericalRule(const char*, Handler, const char*) {}
-void TVDefineSemiNumericalRule(const char*, Handler, const char*) {}
-void TVFire(char) {}
-void returnArgs(int) {}
-bool argSet(ArgValue&, const Rope*, char, bool) { return true; }
-void rbReset() {}
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+
+#include "driver/driver.h"
+
+namespace {
+
+// Rule names use the codes 32 to 127; entry c - 32 belongs to character c.
+constexpr int kRuleFirst = 32;
+constexpr int kRuleChars = 96;
+
+struct TopRule {
+    Rule rule;                           // the one-character name
+    std::unique_ptr<Rule[]> secondLevel; // two-character names, made on demand
+};
+
+struct RbState {
+    TopRule rules[kRuleChars];
+};
+RbState s;
+
+// Arguments by position: entries 1 to 9 are TVArg1 to TVArg9.
+ArgValue* const argv[10] = {nullptr,    &tv.TVArg1, &tv.TVArg2, &tv.TVArg3, &tv.TVArg4,
+                            &tv.TVArg5, &tv.TVArg6, &tv.TVArg7, &tv.TVArg8, &tv.TVArg9};
+
+bool isRuleChar(char c) {
+    unsigned char u = static_cast<unsigned char>(c);
+    return u >= kRuleFirst && u <= 127;
+}
+
+void warnUnprintable() {
+    TVWarningPre();
+    std::fputs("Can't define a rule for an unprintable character.\n", stderr);
+}
+
+void ruleNew(const char* name, Handler handler, const char* units, bool isSemiNumerical) {
+    if (!name) name = "";
+    char first = name[0];
+    char second = first != 0 ? name[1] : 0;
+    bool isValid = true;
+    if (!isRuleChar(first)) {
+        warnUnprintable();
+        isValid = false;
+    }
+    Rule* slot = nullptr;
+    if (second != 0) {
+        if (isValid) {
+            TopRule& top = s.rules[static_cast<unsigned char>(first) - kRuleFirst];
+            if (!top.secondLevel) {
+                top.secondLevel.reset(new (std::nothrow) Rule[kRuleChars]());
+                if (!top.secondLevel) TVFatalVM();
+            }
+            if (isRuleChar(second)) slot = &top.secondLevel[static_cast<unsigned char>(second) - kRuleFirst];
+        }
+        if (!isRuleChar(second)) {
+            warnUnprintable();
+            isValid = false;
+        }
+    } else if (isValid) {
+        slot = &s.rules[static_cast<unsigned char>(first) - kRuleFirst].rule;
+    }
+    if (!isValid || !slot) return;
+    // The unit string is the caller's own constant; it is not copied.
+    *slot = Rule{handler, units ? units : "", isSemiNumerical};
+}
+
+const Rule* ruleFind(const char* name) {
+    char first = name[0];
+    if (!isRuleChar(first)) return nullptr;
+    const TopRule& top = s.rules[static_cast<unsigned char>(first) - kRuleFirst];
+    const Rule* rule;
+    if (name[1] == 0) {
+        rule = &top.rule;
+    } else {
+        if (!isRuleChar(name[1]) || !top.secondLevel) return nullptr;
+        rule = &top.secondLevel[static_cast<unsigned char>(name[1]) - kRuleFirst];
+    }
+    return rule->handler ? rule : nullptr;
+}
+
+bool takesAnyText(char defaultUnit) { return defaultUnit == '\0' || defaultUnit == ' '; }
+
+// Values out of the float range keep their sign at the largest float.
+float toFloat(double d) {
+    constexpr double kMax = std::numeric_limits<float>::max();
+    if (d > kMax) return std::numeric_limits<float>::max();
+    if (d < -kMax) return -std::numeric_limits<float>::max();
+    return static_cast<float>(d);
+}
+
+bool argsSet(const char* units, bool isSemiNumerical) {
+    size_t count = std::strlen(units);
+    for (int k = 1; k <= 9; k++) {
+        char unit = static_cast<size_t>(k - 1) < count ? units[k - 1] : '\0';
+        if (!argSet(*argv[k], tv.TVArgs[k].get(), unit, isSemiNumerical)) return false;
+    }
+    return true;
+}
+
+// Hands the control line back to the input as visible text, set off by
+// breaks: "\&" keeps its control character from starting a request again.
+void handBack(char lastOut) {
+    Rope* text = tv.TVReturn.text.get();
+    if (lastOut != kHardReturn) RopeAppend(text, kHardReturn);
+    RopeCatString(text, "\\&");
+    RopeAppend(text, tv.TVIsNoBreak ? tv.TVNoBreakControlChar : tv.TVControlChar);
+    RopeCat(text, tv.TVArgs[0].get());
+    int last = 0;
+    for (int k = 1; k <= 9; k++) {
+        if (tv.TVArgs[k]->length != 0) last = k;
+    }
+    for (int k = 1; k <= last; k++) {
+        RopeAppend(text, ' ');
+        RopeAppend(text, '"');
+        RopeCat(text, tv.TVArgs[k].get());
+        RopeAppend(text, '"');
+    }
+    RopeAppend(text, kHardReturn);
+}
+
+}  // namespace
+
+void TVDefineRule(const char* name, Handler handler) { ruleNew(name, handler, "", false); }
+
+void TVDefineNumericalRule(const char* name, Handler handler, const char* units) {
+    ruleNew(name, handler, units, false);
+}
+
+void TVDefineSemiNumericalRule(const char* name, Handler handler, const char* units) {
+    ruleNew(name, handler, units, true);
+}
+
+bool argSet(ArgValue& value, const Rope* rope, char defaultUnit, bool isSemiNumerical) {
+    if (!rope || rope->length == 0) {
+        // An absent argument keeps the rest of what the record held.
+        value.text = "";
+        value.isNumber = false;
+        return true;
+    }
+    const char* text = RopeText(rope);
+    uint32_t length = rope->length;
+    value.text = text;
+
+    uint32_t digits = 0;
+    if (text[0] == '+' || text[0] == '-') {
+        value.isRelative = true;
+        digits = 1;
+    } else {
+        value.isRelative = false;
+    }
+    // The unit is the last character, or the one before a tab-stop type.
+    int64_t unitAt = int64_t{length} - 1;
+    if (text[unitAt] == 'R' || text[unitAt] == 'C') unitAt--;
+
+    bool isWellFormed = unitAt >= int64_t{digits};
+    for (int64_t i = digits; isWellFormed && i < unitAt; i++) {
+        if (!(text[i] >= '0' && text[i] <= '9') && text[i] != '.') isWellFormed = false;
+    }
+    if (!isWellFormed) {
+        value.isNumber = false;
+        value.isRelative = false;
+        return isSemiNumerical || takesAnyText(defaultUnit);
+    }
+
+    value.isNumber = true;
+    value.value = toFloat(std::atof(text));
+    char unit = text[unitAt];
+    if ((unit >= '0' && unit <= '9') || unit == '.') unit = defaultUnit;
+    value.isVUnit = false;
+
+    double number = value.value;
+    switch (unit) {
+        case 'i': break;
+        case 'c': number /= 2.54; break;
+        case 'P': number /= 6; break;
+        case 'p': number /= 72; break;
+        case 'u': number /= 300; break;
+        case 'm': number *= tv.TVSize / 72.0 * 0.6; break;
+        case 'n': number *= tv.TVSize / 72.0 * 0.6 / 2; break;
+        case 'v': value.isVUnit = true; break;
+        default:
+            // Not a unit: the number read stays, but it is no number here.
+            value.isNumber = false;
+            value.isRelative = false;
+            return isSemiNumerical || takesAnyText(defaultUnit);
+    }
+    value.value = toFloat(number);
+    return true;
+}
+
+void TVFire(char lastOut) {
+    const Rope* name = tv.TVArgs[0].get();
+    if (!name || name->length == 0) return;  // a control line without a name is dropped
+    tv.TVCommand = RopeText(name);
+    const char* endCommand = tv.TVReturn.endCommand;
+    // Inside a copy region only the request that ends it is carried out.
+    if (!endCommand || std::strcmp(tv.TVCommand, endCommand) == 0) {
+        const Rule* rule = ruleFind(tv.TVCommand);
+        if (rule && argsSet(rule->units, rule->isSemiNumerical)) {
+            rule->handler();
+            return;
+        }
+    }
+    handBack(lastOut);
+}
+
+void returnArgs(int first) {
+    Rope* text = tv.TVReturn.text.get();
+    if (first < 1) first = 1;
+    for (int k = first; k <= 9; k++) {
+        if (argv[k]->text && argv[k]->text[0] != '\0') {
+            RopeCatString(text, argv[k]->text);
+            RopeAppend(text, ' ');
+        }
+    }
+    if (text->length != 0) {
+        RopeDeleteLast(text);
+        RopeAppend(text, kNewline);
+    }
+}
+
+void rbReset() { s = RbState{}; }
