@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # Builds the converter twice, once optimised with debug information and once
-# with the address and undefined-behaviour sanitizers, and runs every test
-# (unit tests and end-to-end cases) in both. Exits non-zero on any failure.
+# with the address and undefined-behaviour sanitizers, and runs every test in
+# both: unit tests, end-to-end cases, the ms and me papers, a fixed sample of
+# the installed manual pages (2000 pages, 600 under the sanitizers), the tree
+# command. Then, where clang is installed, fuzzes the whole conversion for two
+# minutes (scripts/fuzz.sh). Exits non-zero on any failure.
 #
 # The build directories default to build/ and build-asan/; BUILD_DIR and
 # ASAN_BUILD_DIR choose others.
@@ -32,8 +35,20 @@ run_suite() {
     rm -f "$log"
 }
 
-run_suite "$build_dir" "RelWithDebInfo ($build_dir)"
-run_suite "$asan_dir" "sanitizers ($asan_dir)" -DTROFFTOVIF_SANITIZE=ON
+run_suite "$build_dir" "RelWithDebInfo ($build_dir)" -DTROFFTOVIF_CORPUS_SAMPLE=2000
+run_suite "$asan_dir" "sanitizers ($asan_dir)" -DTROFFTOVIF_SANITIZE=ON -DTROFFTOVIF_CORPUS_SAMPLE=600
+
+if command -v clang++ >/dev/null; then
+    if fuzz_log=$(scripts/fuzz.sh "${FUZZ_SECONDS:-120}" 2>&1); then
+        summaries+=("fuzzing: $(echo "$fuzz_log" | tail -n 1)")
+    else
+        echo "$fuzz_log"
+        failed=1
+        summaries+=("fuzzing: FAILED (see above)")
+    fi
+else
+    summaries+=("fuzzing: skipped, clang is not installed")
+fi
 
 echo
 echo "Summary"

@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Fuzzes the whole conversion (no package, man, me, ms, my) under
+# AddressSanitizer and UndefinedBehaviorSanitizer with libFuzzer.
+#   scripts/fuzz.sh [SECONDS] [JOBS]      default: 120 seconds, 1 job
+# A finding (crash, sanitizer report, hang over 10 s, memory over 2 GiB)
+# fails the run; the input is left in fuzz/artifacts/ and must be added to
+# fuzz/regressions/ with the fix. The executions of each run are added to
+# fuzz/executions.log.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds=${1:-120}
+jobs=${2:-1}
+build=build-fuzz
+CC=clang CXX=clang++ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DTROFFTOVIF_FUZZ=ON -DTROFFTOVIF_SANITIZE=ON -DTROFFTOVIF_TESTS=OFF >/dev/null
+cmake --build "$build" -j2 --target fuzz_convert >/dev/null
+
+# Seeds: every end-to-end input, its first byte naming the package it runs with.
+seeds=$build/seeds
+rm -rf "$seeds"
+mkdir -p "$seeds" fuzz/artifacts fuzz/corpus-work
+n=0
+while IFS= read -r -d '' tr; do
+  args=${tr%.tr}.args
+  byte='\x00'
+  if [ -f "$args" ]; then
+    case "$(cat "$args")" in
+      *-man*) byte='\x01' ;; *-me*) byte='\x02' ;; *-ms*) byte='\x03' ;; *-my*) byte='\x04' ;;
+    esac
+  fi
+  { printf "$byte"; cat "$tr"; } > "$seeds/seed-$n"
+  n=$((n + 1))
+done < <(find tests/cases -name '*.tr' -print0)
+cp fuzz/regressions/* "$seeds/" 2>/dev/null || true
+
+export TMPDIR=${TMPDIR:-/dev/shm}
+# No fill pattern for new allocations and a smaller quarantine: the same
+# checks, with less time spent touching memory between runs.
+export ASAN_OPTIONS=${ASAN_OPTIONS:-max_malloc_fill_size=0:quarantine_size_mb=32}
+log=$build/fuzz.log
+started=$(date +%s)
+set +e
+"$build/fuzz_convert" fuzz/corpus-work "$seeds" -dict=fuzz/troff.dict \
+  -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=4096 \
+  -jobs="$jobs" -workers="$jobs" -close_fd_mask=2 -print_final_stats=1 \
+  -artifact_prefix=fuzz/artifacts/ 2>"$log"
+status=$?
+set -e
+if [ "$jobs" -gt 1 ]; then cat fuzz-*.log >>"$log" 2>/dev/null; rm -f fuzz-*.log; fi
+runs=$(grep -h 'stat::number_of_executed_units' "$log" | awk '{s += $2} END {print s + 0}')
+elapsed=$(( $(date +%s) - started ))
+echo "$(date -u +%Y-%m-%dT%H:%M:%SZ) $runs executions in ${elapsed}s with $jobs job(s), status $status" | tee -a fuzz/executions.log
+if [ "$status" -ne 0 ]; then
+  grep -E 'ERROR|SUMMARY|Test unit written|timeout' "$log" | head -20
+  echo "fuzzing found a problem: see $log and fuzz/artifacts/"
+  exit 1
+fi

@@ -1,0 +1,70 @@
+// trofftovif-tree: converts every manual page or paper below a source folder
+// into a destination folder, keeping relative paths (man1/ls.1.gz becomes
+// man1/ls.1.vif). It runs the converter as one process per file, several at
+// once, so that a file that fails never stops the others.
+// Owns: the plan of the tree and the per-file results. Calls: zlib (gzip
+// input), POSIX process and file routines, the trofftovif program.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tree {
+
+enum class Package { None, Man, Me, Ms };
+
+struct Options {
+    std::string source, destination;
+    std::string program;          // the converter to run
+    unsigned jobs = 1;
+    Package forced = Package::None;
+    bool force = false;           // convert even when the output is newer
+    bool progress = true;         // progress line on a terminal
+    std::string reportFile;       // TSV report, one line per file
+    unsigned timeoutSeconds = 60; // a conversion running longer is a failure
+};
+
+// What the planner decided for one file of the source tree.
+enum class Action { Convert, Redirect, Skip };
+
+struct Job {
+    std::string relative;     // path below the source folder
+    std::string output;       // path below the destination folder
+    Action action = Action::Skip;
+    Package package = Package::None;
+    std::string reason;       // why a file is skipped
+    std::string target;       // a redirect's page, relative to the source folder
+    // Filled by the run:
+    enum class Result { Pending, Converted, UpToDate, Skipped, Redirected, Failed } result = Result::Pending;
+    std::string problem;      // why a conversion failed
+    unsigned warnings = 0;
+    std::string firstWarning;
+    uint64_t bytesIn = 0, bytesOut = 0;
+};
+
+// Reads a file, gunzipping it when it starts with the gzip magic; false with
+// a reason on failure (a damaged gzip stream included).
+bool readSource(const std::string& path, std::string& text, std::string& problem);
+
+// The target of a page that holds only a ".so NAME" line (comments and blank
+// lines aside), or "" when the page is not such a stub.
+std::string soTarget(const std::string& text);
+// True for pages written with the mdoc macros (.Dd / .Dt / .Sh), which the
+// converter has no package for.
+bool isMdoc(const std::string& text);
+// The package a file is written for: man for pages in a section folder
+// (man1, man3p, ...) or with .TH; ms or me by extension or by the macros
+// used; None when it looks like no troff document.
+Package choosePackage(const std::string& relative, const std::string& text);
+// man1/ls.1.gz -> man1/ls.1.vif
+std::string outputName(const std::string& relative);
+
+// Plans every file below the source folder.
+std::vector<Job> plan(const Options& options);
+// Converts the planned files with options.jobs processes at a time.
+void run(const Options& options, std::vector<Job>& jobs);
+
+const char* packageOption(Package package);
+
+}  // namespace tree
