@@ -107,8 +107,15 @@ int TVGetc() {
         s.wasFromEchoes = true;
     } else {
         c = driver.stdIn.file ? STREAM_GETC(driver.stdIn) : -1;
-        s.pushedSinceInput = 0;
-        s.isDroppingExpansion = false;
+        // Only a character that really comes from the input renews the
+        // expansion budget: at end of input a reader that runs on through
+        // pushed-back text (a delimited escape whose delimiter never comes)
+        // must not reset it, or an expansion that re-reads itself would never
+        // stop.
+        if (c != -1) {
+            s.pushedSinceInput = 0;
+            s.isDroppingExpansion = false;
+        }
         s.wasFromEchoes = false;
     }
     s.inC = c;
