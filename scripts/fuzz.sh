@@ -46,8 +46,12 @@ set +e
   -artifact_prefix=fuzz/artifacts/ 2>"$log"
 status=$?
 set -e
+# With several jobs each worker writes fuzz-N.log; count the executions there
+# (libFuzzer may echo the workers' logs into its own as well).
+stats=$log
+if [ "$jobs" -gt 1 ]; then stats=$(ls fuzz-*.log 2>/dev/null || echo "$log"); fi
+runs=$(cat $stats | grep -h 'stat::number_of_executed_units' | awk '{s += $2} END {print s + 0}')
 if [ "$jobs" -gt 1 ]; then cat fuzz-*.log >>"$log" 2>/dev/null; rm -f fuzz-*.log; fi
-runs=$(grep -h 'stat::number_of_executed_units' "$log" | awk '{s += $2} END {print s + 0}')
 elapsed=$(( $(date +%s) - started ))
 echo "$(date -u +%Y-%m-%dT%H:%M:%SZ) $runs executions in ${elapsed}s with $jobs job(s), status $status" | tee -a fuzz/executions.log
 if [ "$status" -ne 0 ]; then
