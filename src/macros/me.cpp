@@ -357,15 +357,21 @@ void closeB() { closeListOrBlock(); }
 
 // ---- Headers and footers -------------------------------------------------------
 
+// The non-empty arguments 1 to 9, each followed by one blank.
+std::string joinedArguments() {
+    std::string joined;
+    for (int k = 1; k <= 9; ++k) {
+        if (!*argv[k]->text) continue;
+        joined += argv[k]->text;
+        joined += ' ';
+    }
+    return joined;
+}
+
 // he and fo: the text is 'left'centre'right' with any first character as the
 // delimiter. A part whose closing delimiter is missing is not assigned.
 void heFo() {
-    std::string text;
-    for (int k = 1; k <= 9; ++k) {
-        if (!*argv[k]->text) continue;
-        text += argv[k]->text;
-        text += ' ';
-    }
+    const std::string text = joinedArguments();
     if (text.empty()) return;
     const bool isHeader = tv.TVCommand && tv.TVCommand[0] == 'h';
     const char** parts[3];
@@ -433,12 +439,7 @@ void openX() {
 }
 
 void xx() {
-    std::string entry;
-    for (int k = 1; k <= 9; ++k) {
-        if (!*argv[k]->text) continue;
-        entry += argv[k]->text;
-        entry += ' ';
-    }
+    const std::string entry = joinedArguments();
     // An entry without any word would be an empty index marker: none is queued.
     if (entry.empty()) return;
     s.aMarker.MText = entry.c_str();

@@ -2,6 +2,8 @@
 // Page, Document and Marker statements.
 #include <gtest/gtest.h>
 
+#include "memout.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -10,19 +12,6 @@
 
 namespace {
 
-struct MemOut {
-    char* buf = nullptr;
-    size_t len = 0;
-    FILE* f = open_memstream(&buf, &len);
-    ~MemOut() {
-        fclose(f);
-        free(buf);
-    }
-    std::string text() {
-        fflush(f);
-        return std::string(buf, len);
-    }
-};
 
 class Catalog : public ::testing::Test {
 protected:

@@ -2,6 +2,8 @@
 // the margin rounding of the document model.
 #include <gtest/gtest.h>
 
+#include "memout.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -10,20 +12,6 @@
 
 namespace {
 
-// A stream into memory whose text can be read back.
-struct MemOut {
-    char* buf = nullptr;
-    size_t len = 0;
-    FILE* f = open_memstream(&buf, &len);
-    ~MemOut() {
-        fclose(f);
-        free(buf);
-    }
-    std::string text() {
-        fflush(f);
-        return std::string(buf, len);
-    }
-};
 
 std::string writeRecord(const void* record, unsigned level, const PropertyEntry* table) {
     MemOut out;
