@@ -4,9 +4,10 @@
 // opening, anchored frames, copy regions and the requests sp, sv, ns and rs.
 #include "interp/interp.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <string>
 #include <utility>
 
@@ -48,6 +49,10 @@ struct MainLoopState {
     // The tab stops of the paragraph opened last, shifted by its left indent.
     // TVPgf refers to them, so they live here rather than in pgfOpen's frame.
     TabStop shiftedTabStops[kTabStopCount];
+    // The width and height one character of size cursorSize adds to the
+    // cursor, worked out again only when the size changes.
+    int32_t cursorSize = 0;
+    float charWidth = 0, charHeight = 0;
 };
 MainLoopState s;
 
@@ -69,8 +74,9 @@ void pushBack(const Rope* text) {
         return;
     }
     s.pushedSinceInput += n;
-    s.echoes.append(std::make_reverse_iterator(text->text + n),
-                    std::make_reverse_iterator(text->text));
+    size_t old = s.echoes.size();
+    s.echoes.resize(old + n);
+    std::reverse_copy(text->text, text->text + n, s.echoes.begin() + static_cast<std::ptrdiff_t>(old));
 }
 
 // Splits the rest of a request line into TVArgs; the eleventh and later
@@ -232,9 +238,13 @@ void doIt() {
             continue;
         }
         writeChar(c == kLiteralBackslash ? '\\' : static_cast<char>(c));
-        float height = tv.TVSize / 72.0f;
-        tv.TVCursor.x += 0.6f * tv.TVSize / 72.0f;
-        if (height > tv.TVCursor.y) tv.TVCursor.y = height;
+        if (tv.TVSize != s.cursorSize) {
+            s.cursorSize = tv.TVSize;
+            s.charHeight = tv.TVSize / 72.0f;
+            s.charWidth = 0.6f * tv.TVSize / 72.0f;
+        }
+        tv.TVCursor.x += s.charWidth;
+        if (s.charHeight > tv.TVCursor.y) tv.TVCursor.y = s.charHeight;
         s.lastOutC = static_cast<char>(c);
     }
 

@@ -23,9 +23,20 @@ struct CatalogEntry {
     std::vector<TabStop> tabs;
 };
 
+// A paragraph format looked up before, with the name the walk found for it.
+// Documents repeat a handful of formats thousands of times; the answer holds
+// as long as the catalog has not grown, since entries never change.
+struct RecentName {
+    CatalogEntry format;  // an own copy of the format: its tag and tab stops
+    const char* name = nullptr;
+    size_t catalogSize = 0;  // the catalog's size when found; 0: slot unused
+};
+constexpr size_t kRecentSlots = 64;
+
 struct CatalogState {
     std::vector<std::unique_ptr<CatalogEntry>> theCatalog;  // the newest at the back
     unsigned deviationNo = 0;  // numbers the variants of all tags alike; only grows
+    std::vector<RecentName> recent = std::vector<RecentName>(kRecentSlots);
 };
 CatalogState s;
 
@@ -61,36 +72,61 @@ const char* catalogNew(const Pgf& format, bool plain) {
     return s.theCatalog.back()->name.c_str();
 }
 
-// Fills `out` with the properties of `format` that `entry` does not match; the
-// tag is not compared. out's tab-stop pointer is only ever set to the
-// paragraph's own array.
-void VifPgfDiff(const Pgf& entry, const Pgf& format, Pgf& out) {
-    Pgf a = entry, b = format;
-    a.mask &= ~bit(PgfBit::PgfTag);
-    b.mask &= ~bit(PgfBit::PgfTag);
-    diffWorkHorse(&a, &b, &out, pgf);
-
-    if (format.mask & bit(PgfBit::font)) {
-        if (entry.mask & bit(PgfBit::font)) {
-            diffWorkHorse(&entry.font, &format.font, &out.font, font);
-            if (out.font.mask != 0) out.mask |= bit(PgfBit::font);
-        } else {
-            out.font = format.font;
-        }
-    }
-
+// Whether the paragraph `format` sets a property that `entry` does not match
+// (unset in the entry or holding another value); the tag is not compared.
+// Stops at the first difference.
+bool VifPgfDiff(const Pgf& entry, const Pgf& format) {
+    if (differsWorkHorse(&entry, &format, pgf, bit(PgfBit::PgfTag))) return true;
+    // Both set the font here if the paragraph does, or the line above said so.
+    if ((format.mask & bit(PgfBit::font)) && differsWorkHorse(&entry.font, &format.font, font))
+        return true;
     if (format.mask & bit(PgfBit::tabStops)) {
         uint32_t n = format.PgfNumTabs;
-        bool same = (entry.mask & bit(PgfBit::tabStops)) && entry.PgfNumTabs == n;
-        if (same && n > 0) {
-            same = entry.tabStops && format.tabStops &&
-                   std::memcmp(entry.tabStops, format.tabStops, n * sizeof(TabStop)) == 0;
+        if (entry.PgfNumTabs != n) return true;
+        if (n > 0 && !(entry.tabStops && format.tabStops &&
+                       std::memcmp(entry.tabStops, format.tabStops, n * sizeof(TabStop)) == 0))
+            return true;
+    }
+    return false;
+}
+
+// A slot for the format, from some of what makes two formats equal: equal
+// formats always share a slot.
+size_t slotOf(const Pgf& format) {
+    uint64_t h = 1469598103934665603u ^ format.mask;
+    for (const char* p = tagOf(format); *p; ++p) h = (h ^ static_cast<unsigned char>(*p)) * 1099511628211u;
+    auto mix = [&h](uint32_t v) { h = (h ^ v) * 1099511628211u; };
+    if (format.mask & bit(PgfBit::PgfLIndent)) {
+        uint32_t v;
+        std::memcpy(&v, &format.PgfLIndent.value, sizeof v);
+        mix(v);
+    }
+    if (format.mask & bit(PgfBit::font)) mix(format.font.mask);
+    return static_cast<size_t>(h ^ (h >> 29)) % kRecentSlots;
+}
+
+// Whether two formats set the same properties to the same values, tags included.
+bool sameFormat(const Pgf& a, const Pgf& b) {
+    if (a.mask != b.mask || std::strcmp(tagOf(a), tagOf(b)) != 0) return false;
+    if ((a.mask & bit(PgfBit::font)) && a.font.mask != b.font.mask) return false;
+    return !VifPgfDiff(a, b);
+}
+
+void remember(RecentName& slot, const Pgf& format, const char* name) {
+    try {
+        CatalogEntry& copy = slot.format;
+        copy.pgf = format;
+        copy.name = tagOf(format);
+        copy.pgf.PgfTag = copy.name.c_str();
+        copy.pgf.tabStops = nullptr;
+        if ((format.mask & bit(PgfBit::tabStops)) && format.PgfNumTabs > 0 && format.tabStops) {
+            copy.tabs.assign(format.tabStops, format.tabStops + format.PgfNumTabs);
+            copy.pgf.tabStops = copy.tabs.data();
         }
-        if (!same) {
-            out.tabStops = format.tabStops;
-            out.PgfNumTabs = n;
-            out.mask |= bit(PgfBit::tabStops);
-        }
+        slot.name = name;
+        slot.catalogSize = s.theCatalog.size();
+    } catch (const std::bad_alloc&) {
+        slot.catalogSize = 0;  // without memory the walk answers next time too
     }
 }
 
@@ -110,17 +146,22 @@ const char* VifCatalogNew(const Pgf& format) { return catalogNew(format, true); 
 // "block pgf" may be named "block pgf" or "block pgf2"), else a new entry. The
 // walk is linear in the size of the catalog.
 const char* VifCatalogName(const Pgf& format) {
+    RecentName& slot = s.recent[slotOf(format)];
+    if (slot.catalogSize != 0 && slot.catalogSize == s.theCatalog.size() &&
+        sameFormat(slot.format.pgf, format))
+        return slot.name;
     const char* tag = tagOf(format);
     size_t tagLength = std::strlen(tag);
     for (auto it = s.theCatalog.rbegin(); it != s.theCatalog.rend(); ++it) {
         const CatalogEntry& e = **it;
-        if (e.name.compare(0, tagLength, tag) != 0) continue;
-        Pgf out;
-        out.tabStops = format.tabStops;
-        VifPgfDiff(e.pgf, format, out);
-        if (out.mask == 0) return e.name.c_str();
+        if (e.name.compare(0, tagLength, tag) == 0 && !VifPgfDiff(e.pgf, format)) {
+            remember(slot, format, e.name.c_str());
+            return e.name.c_str();
+        }
     }
-    return catalogNew(format, false);
+    const char* name = catalogNew(format, false);
+    if (name) remember(slot, format, name);
+    return name;
 }
 
 unsigned VifPgfOut(const Pgf& format, FILE* stream) {

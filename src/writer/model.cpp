@@ -266,41 +266,69 @@ unsigned outWorkHorse(const void* record, FILE* stream, unsigned level, const Pr
     return 1;
 }
 
+namespace {
+
+// Whether property e of record b differs from that of record a; both set it.
+// Every field size is spelled out, so the compiler compares in place.
+inline bool propertyDiffers(const PropertyEntry& e, const unsigned char* fa, const unsigned char* fb) {
+    switch (e.kind) {
+    case ValueKind::String: {
+        const char *ta, *tb;
+        std::memcpy(&ta, fa, sizeof ta);
+        std::memcpy(&tb, fb, sizeof tb);
+        // Texts compare by content; a missing text counts as an empty one.
+        return ta != tb && std::strcmp(ta ? ta : "", tb ? tb : "") != 0;
+    }
+    case ValueKind::Integer:
+    case ValueKind::Integer2:
+    case ValueKind::Boolean:
+    case ValueKind::Enumeration: return std::memcmp(fa, fb, sizeof(uint32_t)) != 0;
+    case ValueKind::Dimension1: return std::memcmp(fa, fb, sizeof(Dimension)) != 0;
+    case ValueKind::Dimension2:
+    case ValueKind::Dimension2b: return std::memcmp(fa, fb, 2 * sizeof(Dimension)) != 0;
+    case ValueKind::Dimension4: return std::memcmp(fa, fb, 4 * sizeof(Dimension)) != 0;
+    case ValueKind::Nested: return false;  // the caller compares nested parts itself
+    }
+    return false;
+}
+
+uint32_t maskOf(const void* record) {
+    uint32_t mask;
+    std::memcpy(&mask, record, sizeof mask);
+    return mask;
+}
+
+}  // namespace
+
 unsigned diffWorkHorse(const void* a, const void* b, void* out, const PropertyEntry* table) {
     const auto* pa = static_cast<const unsigned char*>(a);
     const auto* pb = static_cast<const unsigned char*>(b);
     auto* po = static_cast<unsigned char*>(out);
-    uint32_t maskA, maskB, maskOut = 0;
-    std::memcpy(&maskA, pa, sizeof maskA);
-    std::memcpy(&maskB, pb, sizeof maskB);
+    uint32_t maskA = maskOf(a), maskB = maskOf(b), maskOut = 0;
     for (uint32_t i = 0; i < 32 && table[i].name != nullptr; ++i) {
         const PropertyEntry& e = table[i];
         uint32_t m = bit(i);
         if (!(maskB & m)) continue;
-        const unsigned char* fa = pa + e.offset;
-        const unsigned char* fb = pb + e.offset;
-        size_t size = fieldSize(e);
-        bool differs;
-        if (!(maskA & m)) {
-            differs = true;
-        } else if (e.kind == ValueKind::String) {
-            const char *ta, *tb;
-            std::memcpy(&ta, fa, sizeof ta);
-            std::memcpy(&tb, fb, sizeof tb);
-            // Texts compare by content; a missing text counts as an empty one.
-            differs = std::strcmp(ta ? ta : "", tb ? tb : "") != 0;
-        } else if (e.kind == ValueKind::Nested) {
-            differs = false;  // the caller compares nested parts itself
-        } else {
-            differs = std::memcmp(fa, fb, size) != 0;
-        }
-        if (differs) {
+        if (!(maskA & m) || propertyDiffers(e, pa + e.offset, pb + e.offset)) {
             maskOut |= m;
-            std::memcpy(po + e.offset, fb, size);
+            std::memcpy(po + e.offset, pb + e.offset, fieldSize(e));
         }
     }
     std::memcpy(po, &maskOut, sizeof maskOut);
     return 1;
+}
+
+bool differsWorkHorse(const void* a, const void* b, const PropertyEntry* table, uint32_t ignored) {
+    const auto* pa = static_cast<const unsigned char*>(a);
+    const auto* pb = static_cast<const unsigned char*>(b);
+    uint32_t maskA = maskOf(a), maskB = maskOf(b) & ~ignored;
+    for (uint32_t i = 0; i < 32 && table[i].name != nullptr; ++i) {
+        const PropertyEntry& e = table[i];
+        uint32_t m = bit(i);
+        if (!(maskB & m)) continue;
+        if (!(maskA & m) || propertyDiffers(e, pa + e.offset, pb + e.offset)) return true;
+    }
+    return false;
 }
 
 // ---- Margin rounding --------------------------------------------------------

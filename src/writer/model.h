@@ -165,6 +165,9 @@ unsigned VifStmtIndentsOut(const Dimension* d, FILE* stream, unsigned level, con
 unsigned outWorkHorse(const void* record, FILE* stream, unsigned level, const PropertyEntry* table);
 // Fills `out` with the properties `b` sets that `a` lacks or holds otherwise.
 unsigned diffWorkHorse(const void* a, const void* b, void* out, const PropertyEntry* table);
+// Whether diffWorkHorse would find a difference, leaving the `ignored`
+// properties out; stops at the first one.
+bool differsWorkHorse(const void* a, const void* b, const PropertyEntry* table, uint32_t ignored = 0);
 // Margins a laser printer cannot print are moved to a quarter inch.
 void laserWriterRound(Dimension& d);
 

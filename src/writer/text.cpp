@@ -27,6 +27,11 @@ struct TextState {
     int32_t FDY = 0;
     unsigned char lastChar = 0;
     bool stringOpen = false;
+    // The last font that VifFontOut was given and found nothing to write for.
+    // A call that writes nothing changes nothing, so the same font given
+    // again writes nothing either, and is known at once.
+    Font quietFont;
+    bool isQuiet = false;
 };
 
 struct VifOutState {
@@ -35,12 +40,36 @@ struct VifOutState {
 };
 VifOutState s;
 
+// The streams are this program's alone, so the writes skip stdio's locking.
+// With the GNU C library a text that fits the stream's buffer is copied in
+// place, as its putc_unlocked does for one character.
 inline bool put(const char* text, size_t n, FILE* stream) {
-    return fwrite(text, 1, n, stream) == n;
+#ifdef __GLIBC__
+    if (static_cast<size_t>(stream->_IO_write_end - stream->_IO_write_ptr) >= n) {
+        std::memcpy(stream->_IO_write_ptr, text, n);
+        stream->_IO_write_ptr += n;
+        return true;
+    }
+#endif
+    return fwrite_unlocked(text, 1, n, stream) == n;
 }
+inline bool putText(const char* text, FILE* stream) { return put(text, std::strlen(text), stream); }
 template <size_t N>
 inline bool put(const char (&text)[N], FILE* stream) {
     return put(text, N - 1, stream);
+}
+
+// Writes v in decimal, as printf's %d does.
+bool putNumber(int32_t v, FILE* stream) {
+    char digits[12];
+    char* p = digits + sizeof digits;
+    uint32_t u = v < 0 ? 0u - static_cast<uint32_t>(v) : static_cast<uint32_t>(v);
+    do {
+        *--p = static_cast<char>('0' + u % 10);
+        u /= 10;
+    } while (u != 0);
+    if (v < 0) *--p = '-';
+    return put(p, static_cast<size_t>(digits + sizeof digits - p), stream);
 }
 
 // Ends an open String statement.
@@ -73,12 +102,20 @@ bool sameFamily(const char* family) {
     return family == s.text.familySource || std::strcmp(family, s.text.family.c_str()) == 0;
 }
 
+// Whether two fonts hold the same values in everything VifFontOut reads.
+bool sameForWriter(const Font& a, const Font& b) {
+    return a.mask == b.mask && a.FFamily == b.FFamily && a.FSize == b.FSize &&
+           a.FPlain == b.FPlain && a.FBold == b.FBold && a.FItalic == b.FItalic &&
+           a.FUnderline == b.FUnderline && a.FStrike == b.FStrike && a.FDY == b.FDY;
+}
+
 const char* yesNo(uint32_t v) { return v ? "Yes" : "No"; }
 
 unsigned textOpen(const Pgf& format, FILE* stream) {
     TextState& t = s.text;
     t.stringOpen = false;
     t.lastChar = 0;
+    t.isQuiet = false;
     forgetFamily();
     t.FSize = 0;
     t.FPlain = t.FBold = t.FItalic = t.FUnderline = t.FStrike = kUnknown;
@@ -86,7 +123,7 @@ unsigned textOpen(const Pgf& format, FILE* stream) {
 
     const char* name = VifCatalogName(format);
     if (name == nullptr) name = "memory full";
-    if (fprintf(stream, "<Para <PgfTag `%s'>\n", name) < 0) return 0;
+    if (!put("<Para <PgfTag `", stream) || !putText(name, stream) || !put("'>\n", stream)) return 0;
 
     // A paragraph that forces its own font starts in it, so the first Font
     // statement states only what differs from that font.
@@ -129,6 +166,11 @@ unsigned VifParaClose(FILE* stream) {
 unsigned VifCharOut(char ch, FILE* stream) {
     TextState& t = s.text;
     const auto c = static_cast<unsigned char>(ch);
+    // Most characters go on into the open String as they are.
+    if (t.stringOpen && c >= 32 && c <= 126 && c != '\'' && c != '`' && c != '>' && c != '\\') {
+        t.lastChar = c;
+        return putc_unlocked(c, stream) != EOF;
+    }
 
     if ((c >= 32 && c <= 126) || c == '\t') {
         if (!t.stringOpen) {
@@ -160,11 +202,18 @@ unsigned VifCharOut(char ch, FILE* stream) {
         return wasOpen ? put("'>\n\t<Char HardReturn>><ParaLine\n", stream)
                        : put("\t<Char HardReturn>><ParaLine\n", stream);
     }
-    unsigned code = c;
-    return fprintf(stream, wasOpen ? "'>\n\t<Char %u> # 0x%x\n" : "\t<Char %u> # 0x%x\n", code, code) >= 0;
+    static const char hexDigits[] = "0123456789abcdef";
+    char hex[2] = {hexDigits[c >> 4], hexDigits[c & 15]};
+    return (!wasOpen || put("'>\n", stream)) && put("\t<Char ", stream) && putNumber(c, stream) &&
+           put("> # 0x", stream) && put(hex + (c < 16 ? 1 : 0), c < 16 ? 1 : 2, stream) && put("\n", stream);
 }
 
-unsigned VifFontOut(const Font& f, FILE* stream) {
+namespace {
+
+// Writes the Font statement for what f changes; VifFontOut has already
+// looked for the common case of nothing to write. Kept out of line so that
+// the common case costs no more than its test.
+[[gnu::noinline]] unsigned fontChange(const Font& f, FILE* stream) {
     TextState& t = s.text;
     const uint32_t m = f.mask;
     bool opened = false;
@@ -178,18 +227,18 @@ unsigned VifFontOut(const Font& f, FILE* stream) {
     if ((m & bit(FontBit::FFamily)) && f.FFamily && !sameFamily(f.FFamily)) {
         keepFamily(f.FFamily);
         if (!open()) return 0;
-        if (!put(" <FFamily `", stream) || fputs(f.FFamily, stream) == EOF || !put("'>", stream)) return 0;
+        if (!put(" <FFamily `", stream) || !putText(f.FFamily, stream) || !put("'>", stream)) return 0;
     }
     if ((m & bit(FontBit::FSize)) && f.FSize != t.FSize) {
         if (!open()) return 0;
         t.FSize = f.FSize;
-        if (fprintf(stream, " <FSize %d>", f.FSize) < 0) return 0;
+        if (!put(" <FSize ", stream) || !putNumber(f.FSize, stream) || !put(">", stream)) return 0;
     }
     if ((m & bit(FontBit::FPlain)) && f.FPlain != t.FPlain) {
         if (!open()) return 0;
         if (f.FPlain) t.FBold = t.FItalic = t.FUnderline = t.FStrike = kNo;
         t.FPlain = f.FPlain;
-        if (!put(" <FPlain ", stream) || fputs(yesNo(f.FPlain), stream) == EOF || !put(">", stream)) return 0;
+        if (!put(" <FPlain ", stream) || !putText(yesNo(f.FPlain), stream) || !put(">", stream)) return 0;
     }
     struct Style {
         uint32_t bitNo;
@@ -209,15 +258,27 @@ unsigned VifFontOut(const Font& f, FILE* stream) {
         if (!open()) return 0;
         t.FPlain = kNo;
         t.*st.state = v;
-        if (fputs(st.lead, stream) == EOF || fputs(yesNo(v), stream) == EOF || !put(">", stream)) return 0;
+        if (!putText(st.lead, stream) || !putText(yesNo(v), stream) || !put(">", stream)) return 0;
     }
     if ((m & bit(FontBit::FDY)) && f.FDY != t.FDY) {
         if (!open()) return 0;
         t.FDY = f.FDY;
-        if (fprintf(stream, " <FDY %d>", f.FDY) < 0) return 0;
+        if (!put(" <FDY ", stream) || !putNumber(f.FDY, stream) || !put(">", stream)) return 0;
     }
-    if (opened && !put(">\n", stream)) return 0;
+    if (opened) {
+        t.isQuiet = false;
+        return put(">\n", stream);
+    }
+    t.quietFont = f;
+    t.isQuiet = true;
     return 1;
+}
+
+}  // namespace
+
+unsigned VifFontOut(const Font& f, FILE* stream) {
+    if (s.text.isQuiet && sameForWriter(f, s.text.quietFont)) return 1;
+    return fontChange(f, stream);
 }
 
 unsigned VifAFrameOut(int id, FILE* stream) {

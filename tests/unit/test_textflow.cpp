@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstdint>
 #include <string>
 
 #include "writer/vifout.h"
@@ -221,6 +222,36 @@ TEST_F(TextFlow, FontWritesOnlyChanges) {
     sizeOnly.FSize = 12;
     fontOut(sizeOnly);
     EXPECT_EQ(take(), "");
+}
+
+TEST_F(TextFlow, RepeatedFontWritesOnlyWhileItChangesTheState) {
+    open(plainPgf("p"));
+    take();
+    // FPlain Yes with FBold Yes leaves the state's FPlain at No, so the same
+    // font given again writes both again, every time.
+    Font boldPlain = times(10);
+    boldPlain.mask |= bit(FontBit::FBold);
+    boldPlain.FBold = kYes;
+    fontOut(boldPlain);
+    EXPECT_EQ(take(), "\t<Font <FFamily `Times'> <FSize 10> <FPlain Yes> <FBold Yes>>\n");
+    fontOut(boldPlain);
+    EXPECT_EQ(take(), "\t<Font <FPlain Yes> <FBold Yes>>\n");
+    fontOut(boldPlain);
+    EXPECT_EQ(take(), "\t<Font <FPlain Yes> <FBold Yes>>\n");
+
+    // A font that has nothing left to change stays quiet, and so does a
+    // copy of it held elsewhere.
+    Font extreme = times(INT32_MIN);
+    fontOut(extreme);
+    EXPECT_EQ(take(), "\t<Font <FSize -2147483648> <FPlain Yes>>\n");
+    Font copy = extreme;
+    fontOut(copy);
+    fontOut(extreme);
+    EXPECT_EQ(take(), "");
+    // Another value in any one property is written.
+    copy.FSize = INT32_MAX;
+    fontOut(copy);
+    EXPECT_EQ(take(), "\t<Font <FSize 2147483647>>\n");
 }
 
 TEST_F(TextFlow, FirstFontOfAParagraphWritesEveryStyleItSets) {
