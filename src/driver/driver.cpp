@@ -44,7 +44,7 @@ struct DriverPrivate {
 };
 DriverPrivate s;
 
-// Not part of the reset: the fuzzing harness installs it once for the process.
+// Called by processExit in place of the exit when set. Not part of the reset.
 ExitHook exitHook = nullptr;
 
 // The body file's stdio buffer: scratch memory, no state.
@@ -488,4 +488,45 @@ void driverReset() {
     std::free(s.nameBuffer);
     s = DriverPrivate{};
     driver = DriverState{};
+}
+
+namespace {
+
+struct ConversionEnded {
+    int status;
+};
+
+[[noreturn]] void endConversion(int status) { throw ConversionEnded{status}; }
+
+void resetEveryModule() {
+    driverReset();
+    interpReset();
+    rbReset();
+    troffReset();
+    VifReset();
+    manReset();
+    meReset();
+    msReset();
+}
+
+}  // namespace
+
+int convertInProcess(const char* package, FILE* in, FILE* out) {
+    resetEveryModule();
+    driver.program = "trofftovif";
+    driver.macroPackage = package;
+    driver.inFile = in;
+    driver.outFile = out;
+    ExitHook saved = exitHook;
+    exitHook = endConversion;
+    int status = 1;
+    try {
+        convert();
+    } catch (const ConversionEnded& end) {
+        status = end.status;
+    }
+    exitHook = saved;
+    // Free what the run made now rather than at the next run.
+    resetEveryModule();
+    return status;
 }

@@ -68,11 +68,20 @@ void TVWarningPre();
 [[noreturn]] void fatalStdio();
 [[noreturn]] void fatalPost();
 
-// Ends the process. The fuzzing harness replaces the exit with a hook of its
-// own (which must not return) so that it can run many documents in one process.
+// Ends the process, or calls the hook set in its place (which must not
+// return): convertInProcess ends only the conversion this way, and the unit
+// tests catch the fatal routines' exits.
 using ExitHook = void (*)(int status);
 void setExitHook(ExitHook hook);
 [[noreturn]] void processExit(int status);
 
-// Puts the driver state back as at program start (fuzzing harness only).
+// Puts the driver state back as at program start.
 void driverReset();
+
+// Runs one whole conversion inside this process, as the program would with
+// the option -PACKAGE (e.g. "man"; "" for none) from `in` to `out`, and
+// returns the status the program would exit with instead of exiting. Every
+// module starts as at program start and is put back so afterwards; the
+// streams stay open and belong to the caller. The whole-tree command's
+// workers and the fuzzing harness convert many documents this way.
+int convertInProcess(const char* package, FILE* in, FILE* out);

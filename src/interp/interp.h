@@ -142,7 +142,7 @@ void TVDefineString(const char* name, const char* definition);
 std::string ParseDefineString(const char* definition);
 const char* TVStringGet(const char* name);
 
-// Puts all interpreter state back as at program start (fuzzing harness only).
+// Puts all interpreter state back as at program start (for convertInProcess).
 void interpReset();
 // The parts of interpReset kept by escape.cpp and registers.cpp.
 void escapeReset();

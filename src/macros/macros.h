@@ -10,7 +10,7 @@ void MeDefine();
 void MsDefine();
 void MyDefine();
 
-// Put each package's state back as at program start (fuzzing harness only).
+// Put each package's state back as at program start (for convertInProcess).
 void manReset();
 void meReset();
 void msReset();

@@ -28,5 +28,5 @@ void returnArgs(int first);
 // Decodes one argument (exposed for the unit tests); true when accepted.
 bool argSet(ArgValue& value, const Rope* rope, char defaultUnit, bool isSemiNumerical);
 
-// Empties the rule table (fuzzing harness only).
+// Empties the rule table (for convertInProcess).
 void rbReset();

@@ -14,5 +14,5 @@ void TVDefineTroff();
 // x vertical spacing, in points.
 void TVLeadingSet(Pgf& format);
 
-// Puts the requests' state back as at program start (fuzzing harness only).
+// Puts the requests' state back as at program start (for convertInProcess).
 void troffReset();

@@ -37,6 +37,6 @@ unsigned VifCharOut(char c, FILE* stream);
 unsigned VifFontOut(const Font& f, FILE* stream);
 unsigned VifAFrameOut(int id, FILE* stream);
 
-// Drops the catalog and the text state, freeing their storage. Used only by
-// the fuzzing harness, which runs many documents in one process.
+// Drops the catalog and the text state, freeing their storage (for
+// convertInProcess, which runs many documents in one process).
 void VifReset();
