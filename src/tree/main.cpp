@@ -28,33 +28,13 @@ void usage(const char* program, int status) {
                  "\t--force\t\tConvert files whose output is newer than their source too.\n"
                  "\t--report FILE\tWrite one line per file (path, status, warnings, first\n"
                  "\t\t\twarning) as tab-separated values.\n"
-                 "\t--program PATH\tThe converter to run (default: trofftovif beside this\n"
-                 "\t\t\tcommand, else from PATH).\n"
+                 "\t--program PATH\tRun this converter program once per file (default: the\n"
+                 "\t\t\tconverter built into this command, in -j worker processes).\n"
                  "\t--timeout S\tA conversion running longer than S seconds fails (default 60).\n"
                  "\t-q\t\tNo progress line.\n"
                  "\t-h, --help\tPrint this usage message.\n",
                  program);
     std::exit(status);
-}
-
-std::string defaultProgram() {
-    std::error_code ec;
-    fs::path self = fs::read_symlink("/proc/self/exe", ec);
-    if (!ec) {
-        fs::path beside = self.parent_path() / "trofftovif";
-        if (access(beside.c_str(), X_OK) == 0) return beside.string();
-    }
-    if (const char* path = std::getenv("PATH")) {
-        std::string dirs = path;
-        for (size_t start = 0; start <= dirs.size();) {
-            size_t end = dirs.find(':', start);
-            if (end == std::string::npos) end = dirs.size();
-            fs::path candidate = fs::path(dirs.substr(start, end - start)) / "trofftovif";
-            if (access(candidate.c_str(), X_OK) == 0) return candidate.string();
-            start = end + 1;
-        }
-    }
-    return "trofftovif";
 }
 
 const char* resultName(Job::Result result) {
@@ -136,7 +116,6 @@ int main(int argc, char** argv) {
         return 2;
     }
     fs::create_directories(options.destination, ec);
-    if (options.program.empty()) options.program = defaultProgram();
 
     const auto start = std::chrono::steady_clock::now();
     std::vector<Job> jobs = tree::plan(options);

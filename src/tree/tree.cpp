@@ -7,11 +7,14 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
+
+#include "driver/driver.h"
 
 #include <algorithm>
 #include <atomic>
@@ -78,6 +81,30 @@ bool inSectionFolder(const std::string& relative) {
     return false;
 }
 
+// Reads a whole file into `text`; false with errno set on failure.
+bool readWhole(const std::string& path, std::string& text) {
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    struct stat st {};
+    text.clear();
+    if (fstat(fd, &st) == 0 && st.st_size > 0) text.reserve(static_cast<size_t>(st.st_size));
+    char buffer[1 << 16];
+    for (;;) {
+        ssize_t n = read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            int error = errno;
+            close(fd);
+            errno = error;
+            return false;
+        }
+        if (n == 0) break;
+        text.append(buffer, static_cast<size_t>(n));
+    }
+    close(fd);
+    return true;
+}
+
 }  // namespace
 
 const char* packageOption(Package package) {
@@ -91,12 +118,11 @@ const char* packageOption(Package package) {
 }
 
 bool readSource(const std::string& path, std::string& text, std::string& problem) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
+    std::string raw;
+    if (!readWhole(path, raw)) {
         problem = std::string("cannot read: ") + std::strerror(errno);
         return false;
     }
-    std::string raw((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     if (raw.size() < 2 || static_cast<unsigned char>(raw[0]) != 0x1f ||
         static_cast<unsigned char>(raw[1]) != 0x8b) {
         text = std::move(raw);
@@ -211,8 +237,6 @@ std::vector<Job> plan(const Options& options) {
         files.push_back(it->path().lexically_relative(root).string());
     }
     std::sort(files.begin(), files.end());
-    std::map<std::string, size_t> byPath;  // relative path -> job index
-
     for (const auto& relative : files) {
         Job job;
         job.relative = relative;
@@ -229,41 +253,49 @@ std::vector<Job> plan(const Options& options) {
                 job.action = Action::Redirect;
                 job.target = rel;
             }
-            byPath[relative] = jobs.size();
-            jobs.push_back(job);
-            continue;
-        }
-        std::string text, problem;
-        if (!readSource(full.string(), text, problem)) {
-            job.action = Action::Convert;  // reported as a failure by the run
-            job.problem = problem;
-            job.package = options.forced == Package::None ? Package::Man : options.forced;
-        } else if (std::string so = soTarget(text); !so.empty()) {
-            // As man(1) does, the name is relative to the root of the tree.
-            fs::path target = fs::weakly_canonical(root / so, ec);
-            std::string rel = fs::relative(target, root, ec).string();
-            if (!fs::is_regular_file(target, ec) && fs::is_regular_file(target.string() + ".gz", ec))
-                rel += ".gz";
-            if (ec || rel.empty() || startsWith(rel, "..") || !fs::is_regular_file(root / rel, ec)) {
-                job.reason = "redirect outside the tree or to no page";
-            } else {
-                job.action = Action::Redirect;
-                job.target = rel;
-            }
-        } else if (isMdoc(text)) {
-            job.reason = "mdoc page (no mdoc package)";
         } else {
-            job.package = options.forced != Package::None ? options.forced : choosePackage(relative, text);
-            if (job.package == Package::None) {
-                job.reason = "not a troff document";
-            } else {
-                job.action = Action::Convert;
-            }
+            job.action = Action::Read;
         }
-        job.bytesIn = text.size();
-        byPath[relative] = jobs.size();
         jobs.push_back(job);
     }
+    return jobs;
+}
+
+namespace {
+
+// Decides what a file read from the tree is: a redirect (a ".so" stub), a
+// skip (mdoc, not troff) or a document to convert.
+void classify(const Options& options, const std::string& rootPath, Job& job, const std::string& text) {
+    const fs::path root = rootPath;
+    std::error_code ec;
+    job.action = Action::Skip;
+    if (std::string so = soTarget(text); !so.empty()) {
+        // As man(1) does, the name is relative to the root of the tree.
+        fs::path target = fs::weakly_canonical(root / so, ec);
+        std::string rel = fs::relative(target, root, ec).string();
+        if (!fs::is_regular_file(target, ec) && fs::is_regular_file(target.string() + ".gz", ec)) rel += ".gz";
+        if (ec || rel.empty() || startsWith(rel, "..") || !fs::is_regular_file(root / rel, ec)) {
+            job.reason = "redirect outside the tree or to no page";
+        } else {
+            job.action = Action::Redirect;
+            job.target = rel;
+        }
+    } else if (isMdoc(text)) {
+        job.reason = "mdoc page (no mdoc package)";
+    } else {
+        job.package = options.forced != Package::None ? options.forced : choosePackage(job.relative, text);
+        if (job.package == Package::None) {
+            job.reason = "not a troff document";
+        } else {
+            job.action = Action::Convert;
+        }
+    }
+}
+
+// Follows redirects to redirects; a redirect to a skip or into a loop is skipped.
+void resolveRedirects(std::vector<Job>& jobs) {
+    std::map<std::string, size_t> byPath;  // relative path -> job index
+    for (size_t i = 0; i < jobs.size(); i++) byPath[jobs[i].relative] = i;
     // A redirect follows its target: redirects to redirects are followed (a
     // few steps at most), and a redirect to a skipped file is skipped for the
     // same reason.
@@ -289,10 +321,7 @@ std::vector<Job> plan(const Options& options) {
             job.reason = "redirect loop";
         }
     }
-    return jobs;
 }
-
-namespace {
 
 bool newerThan(const fs::path& a, const fs::path& b) {
     std::error_code ec1, ec2;
@@ -301,8 +330,8 @@ bool newerThan(const fs::path& a, const fs::path& b) {
 }
 
 std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string text;
+    return readWhole(path, text) ? text : std::string();
 }
 
 // Waits for the child for at most `seconds`; kills it after that.
@@ -327,39 +356,83 @@ int waitFor(pid_t pid, unsigned seconds, bool& timedOut) {
     return status;
 }
 
-// Runs the converter on one file; the output appears under its final name
-// only when the conversion succeeded.
-void convertOne(const Options& options, Job& job, const fs::path& root, const fs::path& destination) {
+// One file's conversion, whichever way the converter runs: the output goes
+// to a temporary name beside its final one and is renamed only on success.
+struct Conversion {
+    std::string text;        // the source, decompressed
+    fs::path output;
+    std::string outputTemp;  // unique to this process and thread
+};
+
+// Reads a file and decides what it is; when it is a document to convert,
+// gets it ready. False when its job is settled without converting: a
+// redirect, a file skipped, an output up to date, a source that cannot be read.
+bool startConversion(const Options& options, Job& job, const fs::path& root, const fs::path& destination,
+                     Conversion& c) {
     fs::path source = root / job.relative;
-    fs::path output = destination / job.output;
-    std::error_code ec;
-    fs::create_directories(output.parent_path(), ec);
-    if (!options.force && newerThan(output, source)) {
-        job.result = Job::Result::UpToDate;
-        return;
-    }
-    if (!job.problem.empty()) {
-        job.result = Job::Result::Failed;
-        return;
-    }
-    std::string text, problem;
-    if (!readSource(source.string(), text, problem)) {
+    std::string problem;
+    if (!readSource(source.string(), c.text, problem)) {
+        job.action = Action::Convert;  // a page that cannot be read fails
+        job.package = options.forced == Package::None ? Package::Man : options.forced;
         job.problem = problem;
         job.result = Job::Result::Failed;
-        return;
+        return false;
     }
-    job.bytesIn = text.size();
-    std::string stem = output.parent_path() / ("." + output.filename().string() + ".part." +
-                                                std::to_string(getpid()) + "." +
-                                                std::to_string(std::hash<std::thread::id>{}(std::this_thread::get_id())));
-    std::string inputCopy = stem + ".in", outputTemp = stem + ".vif", errors = stem + ".err";
+    job.bytesIn = c.text.size();
+    classify(options, root.string(), job, c.text);
+    if (job.action != Action::Convert) return false;
+    c.output = destination / job.output;
+    std::error_code ec;
+    fs::create_directories(c.output.parent_path(), ec);
+    if (!options.force && newerThan(c.output, source)) {
+        job.result = Job::Result::UpToDate;
+        return false;
+    }
+    c.outputTemp = (c.output.parent_path() /
+                    ("." + c.output.filename().string() + ".part." + std::to_string(getpid()) + "." +
+                     std::to_string(std::hash<std::thread::id>{}(std::this_thread::get_id()))))
+                       .string();
+    return true;
+}
+
+// Counts the converter's warnings and puts the output in place when the
+// conversion succeeded (`problem` empty).
+void endConversion(Job& job, const Conversion& c, const std::string& messages, std::string problem) {
+    forEachLine(messages, [&](const std::string& line) {
+        if (startsWith(line, "Line ")) {
+            if (job.warnings++ == 0) job.firstWarning = line;
+        }
+        return true;
+    });
+    std::error_code ec;
+    if (problem.empty()) {
+        job.bytesOut = fs::file_size(c.outputTemp, ec);
+        fs::rename(c.outputTemp, c.output, ec);
+        if (ec) problem = "cannot rename the output: " + ec.message();
+    }
+    job.problem = problem;
+    job.result = problem.empty() ? Job::Result::Converted : Job::Result::Failed;
+    fs::remove(c.outputTemp, ec);
+}
+
+std::string exitProblem(int status, const std::string& messages) {
+    std::string problem = "exit status " + std::to_string(status);
+    if (!messages.empty()) problem += ": " + messages.substr(0, messages.find('\n'));
+    return problem;
+}
+
+// Runs the converter program on one file, in a process of its own.
+void convertOne(const Options& options, Job& job, const fs::path& root, const fs::path& destination) {
+    Conversion c;
+    if (!startConversion(options, job, root, destination, c)) return;
+    std::string inputCopy = c.outputTemp + ".in", errors = c.outputTemp + ".err";
+    std::error_code ec;
     {
         std::ofstream in(inputCopy, std::ios::binary);
-        in << text;
+        in << c.text;
         if (!in) {
-            job.problem = "cannot write a temporary file in the destination";
-            job.result = Job::Result::Failed;
             fs::remove(inputCopy, ec);
+            endConversion(job, c, "", "cannot write a temporary file in the destination");
             return;
         }
     }
@@ -369,41 +442,280 @@ void convertOne(const Options& options, Job& job, const fs::path& root, const fs
     posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     std::string program = options.program;
     const char* option = packageOption(job.package);
+    std::string outputTemp = c.outputTemp;
     std::vector<char*> argv = {program.data(), const_cast<char*>(option), inputCopy.data(), outputTemp.data(), nullptr};
     pid_t pid;
     int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
+    std::string messages, problem;
     if (spawned != 0) {
-        job.problem = std::string("cannot run ") + program + ": " + std::strerror(spawned);
-        job.result = Job::Result::Failed;
+        problem = std::string("cannot run ") + program + ": " + std::strerror(spawned);
     } else {
         bool timedOut;
         int status = waitFor(pid, options.timeoutSeconds, timedOut);
-        std::string messages = readFile(errors);
-        forEachLine(messages, [&](const std::string& line) {
-            if (startsWith(line, "Line ")) {
-                if (job.warnings++ == 0) job.firstWarning = line;
-            }
-            return true;
-        });
+        messages = readFile(errors);
         if (timedOut) {
-            job.problem = "no result after " + std::to_string(options.timeoutSeconds) + " s";
+            problem = "no result after " + std::to_string(options.timeoutSeconds) + " s";
         } else if (WIFSIGNALED(status)) {
-            job.problem = std::string("ended by signal ") + strsignal(WTERMSIG(status));
+            problem = std::string("ended by signal ") + strsignal(WTERMSIG(status));
         } else if (WEXITSTATUS(status) != 0) {
-            job.problem = "exit status " + std::to_string(WEXITSTATUS(status));
-            if (!messages.empty()) job.problem += ": " + messages.substr(0, messages.find('\n'));
+            problem = exitProblem(WEXITSTATUS(status), messages);
         }
-        if (job.problem.empty()) {
-            job.bytesOut = fs::file_size(outputTemp, ec);
-            fs::rename(outputTemp, output, ec);
-            if (ec) job.problem = "cannot rename the output: " + ec.message();
-        }
-        job.result = job.problem.empty() ? Job::Result::Converted : Job::Result::Failed;
     }
+    endConversion(job, c, messages, problem);
     fs::remove(inputCopy, ec);
-    fs::remove(outputTemp, ec);
     fs::remove(errors, ec);
+}
+
+// ---- Conversion inside worker processes ---------------------------------------
+
+// Converts one file with the converter linked into this program. The
+// converter's messages go to standard error, which in a worker is a file of
+// its own, emptied before each document and read back after it.
+void convertHere(const Options& options, Job& job, const fs::path& root, const fs::path& destination) {
+    static char outBuffer[1 << 16];
+    Conversion c;
+    if (!startConversion(options, job, root, destination, c)) return;
+    std::string messages, problem;
+    FILE* in = c.text.empty() ? std::fopen("/dev/null", "r") : fmemopen(c.text.data(), c.text.size(), "r");
+    FILE* out = in ? std::fopen(c.outputTemp.c_str(), "w") : nullptr;
+    if (!in || !out) {
+        problem = std::string("cannot open a temporary file: ") + std::strerror(errno);
+    } else {
+        std::setvbuf(out, outBuffer, _IOFBF, sizeof outBuffer);
+        std::fflush(stderr);
+        if (ftruncate(STDERR_FILENO, 0) != 0 || lseek(STDERR_FILENO, 0, SEEK_SET) != 0) {
+            problem = std::string("cannot reuse the message file: ") + std::strerror(errno);
+        } else {
+            int status = convertInProcess(packageOption(job.package) + 1, in, out);
+            struct stat st {};
+            if (fstat(STDERR_FILENO, &st) == 0 && st.st_size > 0) {
+                messages.resize(static_cast<size_t>(st.st_size));
+                ssize_t got = pread(STDERR_FILENO, messages.data(), messages.size(), 0);
+                messages.resize(got > 0 ? static_cast<size_t>(got) : 0);
+            }
+            if (status != 0) problem = exitProblem(status, messages);
+        }
+    }
+    if (in) std::fclose(in);
+    if (out && std::fclose(out) != 0 && problem.empty())
+        problem = std::string("cannot write the output: ") + std::strerror(errno);
+    endConversion(job, c, messages, problem);
+}
+
+// What the workers and the command share: the next file to take, and for each
+// worker the file it is converting (-1: none) and since when, so that a
+// worker that dies or hangs is known by the file it had.
+constexpr unsigned kMaxWorkers = 256;
+struct Board {
+    std::atomic<size_t> next{0};
+    struct Slot {
+        std::atomic<long long> job{-1};
+        std::atomic<long long> startedMs{0};
+    } slots[kMaxWorkers];
+};
+static_assert(std::atomic<size_t>::is_always_lock_free && std::atomic<long long>::is_always_lock_free,
+              "the board is shared between processes");
+
+long long nowMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+std::string cleanField(std::string text) {
+    for (char& ch : text)
+        if (ch == '\t' || ch == '\n' || ch == '\r') ch = ' ';
+    return text;
+}
+
+// A worker's report of one file, tab-separated on one line: index, result,
+// action, package, warnings, bytes in and out, first warning, problem,
+// reason, target.
+std::string encodeResult(size_t k, const Job& job) {
+    auto number = [](auto v) { return std::to_string(static_cast<unsigned long long>(v)) + "\t"; };
+    return number(k) + number(job.result) + number(job.action) + number(job.package) + number(job.warnings) +
+           number(job.bytesIn) + number(job.bytesOut) + cleanField(job.firstWarning) + "\t" +
+           cleanField(job.problem) + "\t" + cleanField(job.reason) + "\t" + cleanField(job.target) + "\n";
+}
+
+// Applies a report to the command's copy of the jobs; returns the index into
+// `work`, or -1 for a line that does not parse.
+long long decodeResult(const std::string& line, std::vector<Job>& jobs, const std::vector<size_t>& work) {
+    std::vector<std::string> f;
+    size_t start = 0;
+    for (size_t tab; (tab = line.find('\t', start)) != std::string::npos; start = tab + 1)
+        f.push_back(line.substr(start, tab - start));
+    f.push_back(line.substr(start));
+    if (f.size() != 11) return -1;
+    auto number = [&f](size_t i) { return std::strtoull(f[i].c_str(), nullptr, 10); };
+    size_t k = number(0);
+    if (k >= work.size()) return -1;
+    Job& job = jobs[work[k]];
+    job.result = static_cast<Job::Result>(number(1));
+    job.action = static_cast<Action>(number(2));
+    job.package = static_cast<Package>(number(3));
+    job.warnings = static_cast<unsigned>(number(4));
+    job.bytesIn = number(5);
+    job.bytesOut = number(6);
+    job.firstWarning = f[7];
+    job.problem = f[8];
+    job.reason = f[9];
+    job.target = f[10];
+    return static_cast<long long>(k);
+}
+
+bool writeAll(int fd, const std::string& text) {
+    for (size_t done = 0; done < text.size();) {
+        ssize_t n = write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+// A worker: takes files from the board until none is left, converting each
+// in this process and reporting it on `reportFd`.
+[[noreturn]] void workerMain(const Options& options, std::vector<Job>& jobs, const std::vector<size_t>& work,
+                             Board& board, unsigned slot, int reportFd, const fs::path& root,
+                             const fs::path& destination) {
+    signal(SIGPIPE, SIG_IGN);
+    // The converter's two temporary files per document go to memory when the
+    // user has named no folder for them and the system offers one.
+    struct stat st {};
+    if (!std::getenv("TMPDIR") && stat("/dev/shm", &st) == 0 && S_ISDIR(st.st_mode) &&
+        access("/dev/shm", W_OK | X_OK) == 0)
+        setenv("TMPDIR", "/dev/shm", 1);
+    FILE* messages = std::tmpfile();
+    if (!messages || dup2(fileno(messages), STDERR_FILENO) < 0) _exit(3);
+    Board::Slot& mine = board.slots[slot];
+    for (;;) {
+        size_t k = board.next.fetch_add(1);
+        if (k >= work.size()) break;
+        mine.startedMs = nowMs();
+        mine.job = static_cast<long long>(k);
+        Job& job = jobs[work[k]];
+        convertHere(options, job, root, destination);
+        if (!writeAll(reportFd, encodeResult(k, job))) _exit(4);
+    }
+    mine.job = -1;
+    _exit(0);
+}
+
+struct Worker {
+    pid_t pid = -1;
+    int reportFd = -1;
+    std::string unread;     // a report line not complete yet
+    bool isKilled = false;  // killed for running past the time limit
+};
+
+// Runs the conversions in worker processes that each convert many files, one
+// after the other, in process. A worker that crashes or hangs costs only the
+// file it had: that file fails, and a fresh worker takes the rest.
+template <typename Progress>
+void runWorkers(const Options& options, std::vector<Job>& jobs, const std::vector<size_t>& work,
+                const fs::path& root, const fs::path& destination, Progress progress) {
+    void* shared = mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED) {
+        for (size_t i : work) convertHere(options, jobs[i], root, destination);
+        return;
+    }
+    Board& board = *new (shared) Board;
+    const unsigned count = std::clamp(options.jobs, 1u, kMaxWorkers);
+    std::vector<Worker> workers(count);
+    std::fflush(nullptr);  // nothing buffered is written twice by a worker
+
+    auto start = [&](unsigned i) -> bool {
+        int fds[2];
+        if (pipe2(fds, O_CLOEXEC) != 0) return false;
+        pid_t pid = fork();
+        if (pid == 0) {
+            close(fds[0]);
+            workerMain(options, jobs, work, board, i, fds[1], root, destination);
+        }
+        close(fds[1]);
+        if (pid < 0) {
+            close(fds[0]);
+            return false;
+        }
+        workers[i] = Worker{pid, fds[0], "", false};
+        return true;
+    };
+    unsigned live = 0;
+    for (unsigned i = 0; i < count; i++) live += start(i);
+    if (live == 0) {  // no process to be had: convert here, one file after the other
+        for (size_t i : work) convertHere(options, jobs[i], root, destination);
+        munmap(shared, sizeof(Board));
+        return;
+    }
+
+    while (live > 0) {
+        std::vector<pollfd> fds;
+        std::vector<unsigned> owner;
+        for (unsigned i = 0; i < count; i++) {
+            if (workers[i].pid < 0) continue;
+            fds.push_back({workers[i].reportFd, POLLIN, 0});
+            owner.push_back(i);
+        }
+        int ready = poll(fds.data(), fds.size(), 200);
+        for (size_t f = 0; ready > 0 && f < fds.size(); f++) {
+            if (!(fds[f].revents & (POLLIN | POLLHUP | POLLERR))) continue;
+            Worker& w = workers[owner[f]];
+            char buffer[8192];
+            ssize_t n = read(w.reportFd, buffer, sizeof buffer);
+            if (n < 0 && errno == EINTR) continue;
+            if (n > 0) {
+                w.unread.append(buffer, static_cast<size_t>(n));
+                for (size_t end; (end = w.unread.find('\n')) != std::string::npos;) {
+                    if (decodeResult(w.unread.substr(0, end), jobs, work) >= 0) progress();
+                    w.unread.erase(0, end + 1);
+                }
+                continue;
+            }
+            // The worker has ended: the file it had, if any, failed with it.
+            int status = 0;
+            while (waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {
+            }
+            close(w.reportFd);
+            Board::Slot& slot = board.slots[owner[f]];
+            long long k = slot.job.exchange(-1);
+            // A file still to read has not been reported.
+            if (k >= 0 && jobs[work[static_cast<size_t>(k)]].action == Action::Read) {
+                Job& job = jobs[work[static_cast<size_t>(k)]];
+                job.action = Action::Convert;
+                job.result = Job::Result::Failed;
+                if (w.isKilled)
+                    job.problem = "no result after " + std::to_string(options.timeoutSeconds) + " s";
+                else if (WIFSIGNALED(status))
+                    job.problem = std::string("ended by signal ") + strsignal(WTERMSIG(status));
+                else
+                    job.problem = "the worker converting it ended with status " + std::to_string(WEXITSTATUS(status));
+                progress();
+            }
+            w.pid = -1;
+            live--;
+            if (board.next.load() < work.size() && start(owner[f])) live++;
+        }
+        // A worker past the time limit on one file is killed; its end is
+        // handled above like any other.
+        long long now = nowMs();
+        for (unsigned i = 0; i < count; i++) {
+            Worker& w = workers[i];
+            if (w.pid < 0 || w.isKilled || board.slots[i].job.load() < 0) continue;
+            if (now - board.slots[i].startedMs.load() > static_cast<long long>(options.timeoutSeconds) * 1000) {
+                kill(w.pid, SIGKILL);
+                w.isKilled = true;
+            }
+        }
+    }
+    munmap(shared, sizeof(Board));
+    // A file taken by a worker that ended before it could say so.
+    for (size_t i : work) {
+        if (jobs[i].action != Action::Read) continue;
+        jobs[i].action = Action::Convert;
+        jobs[i].result = Job::Result::Failed;
+        jobs[i].problem = "lost when its worker ended";
+    }
 }
 
 // A redirect's output is a relative symbolic link to its target's output.
@@ -431,29 +743,41 @@ void run(const Options& options, std::vector<Job>& jobs) {
     std::map<std::string, size_t> byPath;
     for (size_t i = 0; i < jobs.size(); i++) {
         byPath[jobs[i].relative] = i;
-        if (jobs[i].action == Action::Convert) work.push_back(i);
-        if (jobs[i].action == Action::Skip) jobs[i].result = Job::Result::Skipped;
+        if (jobs[i].action == Action::Read) work.push_back(i);
     }
-    std::atomic<size_t> next{0}, done{0};
+    std::atomic<size_t> done{0};
     const bool showProgress = options.progress && isatty(STDERR_FILENO);
     const auto start = std::chrono::steady_clock::now();
     std::mutex progressLock;
-    auto worker = [&] {
-        for (size_t k; (k = next.fetch_add(1)) < work.size();) {
-            convertOne(options, jobs[work[k]], root, destination);
-            size_t finished = done.fetch_add(1) + 1;
-            if (showProgress && (finished % 16 == 0 || finished == work.size())) {
-                std::lock_guard<std::mutex> lock(progressLock);
-                double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-                std::fprintf(stderr, "\r%zu of %zu files, %.0f files/s ", finished, work.size(),
-                             seconds > 0 ? finished / seconds : 0.0);
-            }
+    auto progress = [&] {
+        size_t finished = done.fetch_add(1) + 1;
+        if (showProgress && (finished % 16 == 0 || finished == work.size())) {
+            std::lock_guard<std::mutex> lock(progressLock);
+            double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            std::fprintf(stderr, "\r%zu of %zu files, %.0f files/s ", finished, work.size(),
+                         seconds > 0 ? finished / seconds : 0.0);
         }
     };
-    std::vector<std::thread> threads;
-    for (unsigned i = 0; i < std::max(1u, options.jobs); i++) threads.emplace_back(worker);
-    for (auto& t : threads) t.join();
+    if (options.program.empty()) {
+        runWorkers(options, jobs, work, root, destination, progress);
+    } else {
+        // A converter program of the user's choice: one process per file.
+        std::atomic<size_t> next{0};
+        auto worker = [&] {
+            for (size_t k; (k = next.fetch_add(1)) < work.size();) {
+                convertOne(options, jobs[work[k]], root, destination);
+                progress();
+            }
+        };
+        std::vector<std::thread> threads;
+        for (unsigned i = 0; i < std::max(1u, options.jobs); i++) threads.emplace_back(worker);
+        for (auto& t : threads) t.join();
+    }
     if (showProgress) std::fputc('\n', stderr);
+    resolveRedirects(jobs);
+    for (auto& job : jobs) {
+        if (job.action == Action::Skip && job.result == Job::Result::Pending) job.result = Job::Result::Skipped;
+    }
     for (auto& job : jobs) {
         if (job.action != Action::Redirect) continue;
         const Job& target = jobs[byPath[job.target]];

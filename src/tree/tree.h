@@ -1,9 +1,12 @@
 // trofftovif-tree: converts every manual page or paper below a source folder
 // into a destination folder, keeping relative paths (man1/ls.1.gz becomes
-// man1/ls.1.vif). It runs the converter as one process per file, several at
-// once, so that a file that fails never stops the others.
+// man1/ls.1.vif). Worker processes, several at once, each convert many files
+// with the converter linked in, one after the other; a file that fails never
+// stops the others, and a worker that crashes costs only the file it had.
+// With --program, a converter program runs once per file instead.
 // Owns: the plan of the tree and the per-file results. Calls: zlib (gzip
-// input), POSIX process and file routines, the trofftovif program.
+// input), POSIX process and file routines, the converter (convertInProcess)
+// or the program named.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +19,7 @@ enum class Package { None, Man, Me, Ms };
 
 struct Options {
     std::string source, destination;
-    std::string program;          // the converter to run
+    std::string program;          // a converter program to run per file; "" for the built-in one
     unsigned jobs = 1;
     Package forced = Package::None;
     bool force = false;           // convert even when the output is newer
@@ -25,8 +28,9 @@ struct Options {
     unsigned timeoutSeconds = 60; // a conversion running longer is a failure
 };
 
-// What the planner decided for one file of the source tree.
-enum class Action { Convert, Redirect, Skip };
+// What is to be done with one file of the source tree. The planner leaves
+// every plain file to Read; reading it decides among the other three.
+enum class Action { Read, Convert, Redirect, Skip };
 
 struct Job {
     std::string relative;     // path below the source folder
@@ -60,8 +64,10 @@ Package choosePackage(const std::string& relative, const std::string& text);
 // man1/ls.1.gz -> man1/ls.1.vif
 std::string outputName(const std::string& relative);
 
-// Plans every file below the source folder.
+// Lists every file below the source folder: symbolic links become redirects
+// (or skips), plain files are left to read.
 std::vector<Job> plan(const Options& options);
+
 // Converts the planned files with options.jobs processes at a time.
 void run(const Options& options, std::vector<Job>& jobs);
 

@@ -5,6 +5,10 @@
 
 #include <cstring>
 
+#include "writer/put.h"
+
+using namespace writer;
+
 // ---- Value-name tables ------------------------------------------------------
 // Each ends with a null entry so that the writer can tell an index past the
 // table from a name (see valueName below).
@@ -174,22 +178,24 @@ const char* valueName(const char* const* names, uint32_t v) {
 
 unsigned valueOut(FILE* stream, const char* indent, const char* name, const char* const* names, uint32_t v) {
     const char* text = valueName(names, v);
-    if (text != nullptr) return fprintf(stream, "%s<%s %s>\n", indent, name, text) >= 0;
-    return fprintf(stream, "%s<%s %u>\n", indent, name, v) >= 0;
+    if (!putText(indent, stream) || !put("<", stream) || !putText(name, stream) || !put(" ", stream)) return 0;
+    if (!(text != nullptr ? putText(text, stream) : putUnsigned(v, stream))) return 0;
+    return put(">\n", stream);
 }
 
 unsigned dimensionsOut(const Dimension* d, size_t n, FILE* stream) {
     for (size_t i = 0; i < n; ++i) {
-        if (i > 0 && putc(' ', stream) == EOF) return 0;
+        if (i > 0 && !put(" ", stream)) return 0;
         if (!VifDimensionOut(d[i], stream)) return 0;
     }
     return 1;
 }
 
 unsigned stmtDimensionsOut(const Dimension* d, size_t n, FILE* stream, unsigned level, const char* name) {
-    if (fprintf(stream, "%s<%s ", tabsFor(level), name) < 0) return 0;
+    if (!putText(tabsFor(level), stream) || !put("<", stream) || !putText(name, stream) || !put(" ", stream))
+        return 0;
     if (!dimensionsOut(d, n, stream)) return 0;
-    return fputs(">\n", stream) != EOF;
+    return put(">\n", stream);
 }
 
 }  // namespace
@@ -198,9 +204,9 @@ const char* tabsFor(unsigned level) { return kTabs[level > 4 ? 4 : level]; }
 
 // ---- Dimensions -------------------------------------------------------------
 unsigned VifDimensionOut(const Dimension& d, FILE* stream) {
-    static const char* const formats[] = {"%.3f\"", "%.3fcm", "%.3fmm", "%.3fpica", "%.3fpt"};
+    static const char* const units[] = {"\"", "cm", "mm", "pica", "pt"};
     if (d.unit > kUnitPoint) return 1;  // an unknown unit prints nothing
-    return fprintf(stream, formats[d.unit], static_cast<double>(d.value)) >= 0;
+    return putFixed3(static_cast<double>(d.value), stream) && putText(units[d.unit], stream);
 }
 
 unsigned VifDimension2Out(const Dimension* d, FILE* stream) { return dimensionsOut(d, 2, stream); }
@@ -231,14 +237,18 @@ unsigned outWorkHorse(const void* record, FILE* stream, unsigned level, const Pr
             const char* text;
             std::memcpy(&text, field, sizeof text);
             // A set string with no text is written as an empty one.
-            if (fprintf(stream, "%s<%s `%s'>\n", indent, e.name, text ? text : "") < 0) return 0;
+            if (!putText(indent, stream) || !put("<", stream) || !putText(e.name, stream) ||
+                !put(" `", stream) || !putText(text ? text : "", stream) || !put("'>\n", stream))
+                return 0;
             break;
         }
         case ValueKind::Integer:
         case ValueKind::Integer2: {
             int32_t v;
             std::memcpy(&v, field, sizeof v);
-            if (fprintf(stream, "%s<%s %d>\n", indent, e.name, v) < 0) return 0;
+            if (!putText(indent, stream) || !put("<", stream) || !putText(e.name, stream) || !put(" ", stream) ||
+                !putNumber(v, stream) || !put(">\n", stream))
+                return 0;
             break;
         }
         case ValueKind::Boolean:

@@ -6,8 +6,11 @@
 #include <new>
 #include <string>
 
+#include "writer/put.h"
 #include "writer/textstate.h"
 #include "writer/vifout.h"
+
+using namespace writer;
 
 namespace {
 
@@ -39,38 +42,6 @@ struct VifOutState {
     TextState text;
 };
 VifOutState s;
-
-// The streams are this program's alone, so the writes skip stdio's locking.
-// With the GNU C library a text that fits the stream's buffer is copied in
-// place, as its putc_unlocked does for one character.
-inline bool put(const char* text, size_t n, FILE* stream) {
-#ifdef __GLIBC__
-    if (static_cast<size_t>(stream->_IO_write_end - stream->_IO_write_ptr) >= n) {
-        std::memcpy(stream->_IO_write_ptr, text, n);
-        stream->_IO_write_ptr += n;
-        return true;
-    }
-#endif
-    return fwrite_unlocked(text, 1, n, stream) == n;
-}
-inline bool putText(const char* text, FILE* stream) { return put(text, std::strlen(text), stream); }
-template <size_t N>
-inline bool put(const char (&text)[N], FILE* stream) {
-    return put(text, N - 1, stream);
-}
-
-// Writes v in decimal, as printf's %d does.
-bool putNumber(int32_t v, FILE* stream) {
-    char digits[12];
-    char* p = digits + sizeof digits;
-    uint32_t u = v < 0 ? 0u - static_cast<uint32_t>(v) : static_cast<uint32_t>(v);
-    do {
-        *--p = static_cast<char>('0' + u % 10);
-        u /= 10;
-    } while (u != 0);
-    if (v < 0) *--p = '-';
-    return put(p, static_cast<size_t>(digits + sizeof digits - p), stream);
-}
 
 // Ends an open String statement.
 bool closeString(FILE* stream) {

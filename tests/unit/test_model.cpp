@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <string>
 
 #include "writer/model.h"
@@ -146,6 +147,20 @@ TEST(Dimensions, UnitsAndThreeDecimals) {
     EXPECT_EQ(dimensionText(6, kUnitPica), "6.000pica");
     EXPECT_EQ(dimensionText(-0.25f, kUnitInch), "-0.250\"");
     EXPECT_EQ(dimensionText(1, 5), "");
+}
+
+TEST(Dimensions, ThreeDecimalsAsPrintfRoundsThem) {
+    // Values at and near the rounding points of three decimals, signs and
+    // zeros, the extremes of float, and what arithmetic on them may give.
+    const float values[] = {0.0005f, 0.0015f, 0.0025f, 1.0005f, 0.1235f, 2.9995f, -0.0005f, -0.0f, 0.0f,
+                            1e-30f, 123456.789f, 3.4028235e38f, -3.4028235e38f, 1.17549435e-38f,
+                            std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
+                            std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN()};
+    for (float v : values) {
+        char expected[400];
+        std::snprintf(expected, sizeof expected, "%.3fpt", static_cast<double>(v));
+        EXPECT_EQ(dimensionText(v, kUnitPoint), expected) << "value " << v;
+    }
 }
 
 TEST(Dimensions, StatementForms) {
