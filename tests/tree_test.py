@@ -35,6 +35,8 @@ def build_tree(src):
     write(src + "/man1/damaged.1.gz", b"\x1f\x8b\x08\x00broken")
     write(src + "/man1/outside.1", b".so ../../etc/passwd\n")
     write(src + "/papers/paper.ms", b".NH\nIntroduction\n.PP\nText.\n")
+    write(src + "/man5/warn1.5", b".TH W 5\nText \\\x01 here.\n")
+    write(src + "/man5/warn2.5", b".TH W 5\nA\nB\n.ft\n\\\x01\n")
 
 
 def run(tree, args, expect_status):
@@ -76,8 +78,8 @@ def main():
     with tempfile.TemporaryDirectory() as tmp:
         src, dst, rep = tmp + "/src", tmp + "/dst", tmp + "/report.tsv"
         build_tree(src)
-        common = ["--program", args.program, "-q", "--report", rep]
-        run(args.tree, common + ["-j", "3", src, dst], 1)  # the damaged page fails
+        common = ["-q", "--report", rep]
+        run(args.tree, common + ["-j", "1", src, dst], 1)  # the damaged page fails
         lines = report(rep)
         check(lines["man1/plain.1"][1] == "converted", "plain page converted")
         check(lines["man1/packed.1.gz"][1] == "converted", "compressed page converted")
@@ -96,6 +98,11 @@ def main():
               "compressed page converted as the converter does it directly")
         check(read(dst + "/papers/paper.ms.vif") == direct(args.program, "-ms", b".NH\nIntroduction\n.PP\nText.\n"),
               "paper converted with -ms")
+        # Each page's own messages, though one worker converts both.
+        check(lines["man5/warn1.5"][2:] == ["1", "Line 2 @ 8:  Expected \\ followed by a printable character."],
+              "first page's warning: %s" % lines["man5/warn1.5"])
+        check(lines["man5/warn2.5"][2:] == ["1", "Line 5 @ 3:  Expected \\ followed by a printable character."],
+              "second page's warning: %s" % lines["man5/warn2.5"])
         left = [n for _r, _d, files in os.walk(dst) for n in files if ".part." in n]
         check(not left, "no temporary files left: %s" % left)
 
@@ -118,6 +125,24 @@ def main():
         check(lines["man1/plain.1"][1].startswith("failed: exit status 3"), "failing conversion reported")
         check(not os.path.exists(out2 + "/man1/plain.1.vif"), "no partial output of a failed conversion")
         check(lines["man7/target.7.gz"][1] == "converted", "other files go on")
+        # A worker that dies costs only the file it had: the others, the
+        # files after it included, are converted by a fresh worker.
+        out3 = tmp + "/dst3"
+        crash = dict(os.environ, TROFFTOVIF_TREE_TEST_CRASH="man1/plain.1")
+        subprocess.run([args.tree, "-q", "--report", rep, "-j", "1", src, out3], env=crash,
+                       capture_output=True)
+        lines = report(rep)
+        check(lines["man1/plain.1"][1].startswith("failed: ended by signal"), "crashed worker's file failed")
+        check(not os.path.exists(out3 + "/man1/plain.1.vif"), "no output for the crashed file")
+        check(all(lines[name][1] == "converted" for name in
+                  ("man1/packed.1.gz", "man7/target.7.gz", "papers/paper.ms")), "a fresh worker goes on")
+        check(lines["man1/stub.1"][1] == "redirect", "redirects still made")
+
+        # The converter program, run once per file, gives the same output.
+        out4 = tmp + "/dst4"
+        run(args.tree, ["--program", args.program, "-q", "--report", rep, "-j", "2", src, out4], 1)
+        for name in ("man1/packed.1.vif", "man7/target.7.vif", "papers/paper.ms.vif"):
+            check(read(out4 + "/" + name) == read(dst + "/" + name), "same output from the program: " + name)
     for failure in failures:
         print("FAILED:", failure)
     print("%d passed, %d failed" % (1 if not failures else 0, 1 if failures else 0))

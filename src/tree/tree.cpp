@@ -588,6 +588,8 @@ bool writeAll(int fd, const std::string& text) {
         setenv("TMPDIR", "/dev/shm", 1);
     FILE* messages = std::tmpfile();
     if (!messages || dup2(fileno(messages), STDERR_FILENO) < 0) _exit(3);
+    // Fault injection for the tests: the worker dies on the file named here.
+    const char* crashOn = std::getenv("TROFFTOVIF_TREE_TEST_CRASH");
     Board::Slot& mine = board.slots[slot];
     for (;;) {
         size_t k = board.next.fetch_add(1);
@@ -595,6 +597,7 @@ bool writeAll(int fd, const std::string& text) {
         mine.startedMs = nowMs();
         mine.job = static_cast<long long>(k);
         Job& job = jobs[work[k]];
+        if (crashOn && job.relative == crashOn) raise(SIGSEGV);
         convertHere(options, job, root, destination);
         if (!writeAll(reportFd, encodeResult(k, job))) _exit(4);
     }
