@@ -13,6 +13,10 @@
    for trofftovif and groff.
 3. One large input: --big pages joined, for trofftovif, mandoc and groff:
    bytes per second and peak memory.
+4. The whole manual tree: trofftovif-tree (beside --program, one worker per
+   core) into a fresh folder, against mandoc -T html run over every file of
+   the section folders in as few processes as the argument limit allows
+   (xargs), its output discarded. Pages per second.
 Times are wall-clock and CPU (user + system of the process and what it ran);
 on a shared machine the CPU figures are the steadier. A tool that is not
 installed is listed as skipped. The results go to bench/results.md.
@@ -188,12 +192,57 @@ def bench_big(found, files, d, lines):
     lines.append("")
 
 
+def bench_tree(tree, d, lines):
+    lines += ["## The whole manual tree", ""]
+    if not os.access(tree, os.X_OK):
+        lines += ["skipped: %s not built" % tree, ""]
+        return
+    pages = []
+    for root, dirs, files in os.walk(corpus_check.MAN_DIR):
+        dirs.sort()
+        if "/man" in root[len(corpus_check.MAN_DIR):] or os.path.basename(root).startswith("man"):
+            pages += [os.path.join(root, f) for f in sorted(files) if os.path.isfile(os.path.join(root, f))
+                      and not os.path.islink(os.path.join(root, f))]
+    lines += ["%s: %d files in the section folders." % (corpus_check.MAN_DIR, len(pages)), "",
+              "| tool | pages | exit | wall s | CPU s | pages/s (wall) | pages/s (CPU) |",
+              "|---|---|---|---|---|---|---|"]
+    jobs = os.cpu_count() or 1
+    summary = os.path.join(d, "tree-summary.txt")
+    start = time.monotonic()
+    with open(summary, "wb") as err:
+        proc = subprocess.Popen([tree, "-q", "-j", str(jobs), corpus_check.MAN_DIR, os.path.join(d, "tree")],
+                                stdout=subprocess.DEVNULL, stderr=err)
+        _, status, usage = os.wait4(proc.pid, 0)
+    wall = time.monotonic() - start
+    cpu = usage.ru_utime + usage.ru_stime
+    with open(summary) as f:
+        text = f.read()
+    converted = int(text.split(" converted")[0].split()[-1]) if " converted" in text else 0
+    lines.append("| trofftovif-tree -j %d | %d converted | %d | %.2f | %.2f | %.0f | %.0f |" % (
+        jobs, converted, os.waitstatus_to_exitcode(status), wall, cpu, converted / wall, converted / max(cpu, 1e-9)))
+    print(lines[-1], flush=True)
+    if shutil.which("mandoc"):
+        listing = os.path.join(d, "pages.list")
+        with open(listing, "wb") as f:
+            f.write(b"\0".join(p.encode() for p in pages))
+        status, w, c, _ = run(["xargs", "-0", "mandoc", "-T", "html"], listing)
+        lines.append("| mandoc -T html (xargs) | %d | %d | %.2f | %.2f | %.0f | %.0f |" % (
+            len(pages), status, w, c, len(pages) / w, len(pages) / max(c, 1e-9)))
+        print(lines[-1], flush=True)
+    else:
+        lines.append("| mandoc | skipped: not installed | | | | | |")
+    lines += ["", "trofftovif-tree's summary: " + " / ".join(l for l in text.splitlines() if l), ""]
+
+
 def main(argv=None):
     ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     ap.add_argument("--program", required=True)
     ap.add_argument("--pages", type=int, default=500)
     ap.add_argument("--big", type=int, default=2000, help="pages joined into the large input")
     ap.add_argument("--out", default=os.path.join(HERE, "results.md"))
+    ap.add_argument("--tree", help="trofftovif-tree to time over the whole manual tree "
+                    "(default: beside --program)")
+    ap.add_argument("--only-tree", action="store_true", help="run the whole-tree comparison alone")
     args = ap.parse_args(argv)
     program = os.path.abspath(args.program)
     found = tools(program)
@@ -203,8 +252,11 @@ def main(argv=None):
              "Date: %s." % datetime.datetime.now().strftime("%Y-%m-%d %H:%M"),
              "Program: %s." % args.program, ""]
     all_pages, _ = corpus_check.man_pages(corpus_check.MAN_DIR)
+    tree = os.path.abspath(args.tree or os.path.join(os.path.dirname(program), "trofftovif-tree"))
     with tempfile.TemporaryDirectory(prefix="bench-") as d:
-        if all_pages:
+        if args.only_tree:
+            all_pages = []
+        elif all_pages:
             os.mkdir(os.path.join(d, "pages"))
             os.mkdir(os.path.join(d, "big"))
             files = write_pages(corpus_check.sample_pages(all_pages, args.pages, {}),
@@ -212,11 +264,14 @@ def main(argv=None):
             bench_pages(found, files, lines)
         else:
             lines += ["No manual pages installed: the page benchmarks are skipped.", ""]
-        bench_papers(found, d, lines)
+        if not args.only_tree:
+            bench_papers(found, d, lines)
         if all_pages:
             big_files = write_pages(corpus_check.sample_pages(all_pages, args.big, {}),
                                     os.path.join(d, "big"))
             bench_big(found, big_files, d, lines)
+        if os.path.isdir(corpus_check.MAN_DIR):
+            bench_tree(tree, d, lines)
     with open(args.out, "w") as f:
         f.write("\n".join(lines) + "\n")
     print("\n".join(lines))

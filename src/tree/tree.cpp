@@ -382,8 +382,14 @@ bool startConversion(const Options& options, Job& job, const fs::path& root, con
     classify(options, root.string(), job, c.text);
     if (job.action != Action::Convert) return false;
     c.output = destination / job.output;
-    std::error_code ec;
-    fs::create_directories(c.output.parent_path(), ec);
+    // Made once per folder and process: the files of a folder mostly come
+    // one after the other.
+    static thread_local fs::path lastFolder;
+    if (c.output.parent_path() != lastFolder) {
+        std::error_code ec;
+        fs::create_directories(c.output.parent_path(), ec);
+        lastFolder = c.output.parent_path();
+    }
     if (!options.force && newerThan(c.output, source)) {
         job.result = Job::Result::UpToDate;
         return false;
@@ -412,7 +418,7 @@ void endConversion(Job& job, const Conversion& c, const std::string& messages, s
     }
     job.problem = problem;
     job.result = problem.empty() ? Job::Result::Converted : Job::Result::Failed;
-    fs::remove(c.outputTemp, ec);
+    if (!problem.empty()) fs::remove(c.outputTemp, ec);
 }
 
 std::string exitProblem(int status, const std::string& messages) {
