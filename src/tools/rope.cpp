@@ -21,6 +21,19 @@ void storeAndTerminate(Rope* rope, char c) {
     rope->text[rope->length] = '\0';
 }
 
+// Appends n characters that lie outside the rope's free space: all at once
+// when they fit, else one by one, so that growth and the ceiling treat them
+// as RopeAppend does.
+void appendChars(Rope* rope, const char* s, size_t n) {
+    if (n <= rope->capacity - rope->length) {
+        std::memcpy(rope->text + rope->length, s, n);
+        rope->length += static_cast<uint32_t>(n);
+        rope->text[rope->length] = '\0';
+        return;
+    }
+    for (size_t i = 0; i < n; i++) RopeAppend(rope, s[i]);
+}
+
 }  // namespace
 
 Rope::~Rope() { std::free(text); }
@@ -83,13 +96,17 @@ void RopeCatString(Rope* rope, const char* s) {
         for (uint32_t i = from; i < end; i++) RopeAppend(rope, rope->text[i]);
         return;
     }
-    while (*s) RopeAppend(rope, *s++);
+    appendChars(rope, s, std::strlen(s));
 }
 
 void RopeCat(Rope* to, const Rope* from) {
     if (!from->text || !to->text) return;
-    // Index afresh on every character: when `to` is `from`, growth replaces the buffer.
     uint32_t n = from->length;
+    if (to != from) {
+        appendChars(to, from->text, n);
+        return;
+    }
+    // Index afresh on every character: growth replaces the shared buffer.
     for (uint32_t i = 0; i < n; i++) RopeAppend(to, from->text[i]);
 }
 

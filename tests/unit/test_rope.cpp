@@ -175,6 +175,24 @@ TEST(RopeCat, CeilingAppliesToConcatenation) {
     RopeCatString(&from, "0123456789");
     RopeCat(&to, &from);
     EXPECT_EQ(textOf(to), "01234");
+    expectConsistent(to);
+}
+
+TEST(RopeCat, TextThatJustFitsAndOneMore) {
+    Rope exact, over;
+    RopeInit(&exact, 4, 0);
+    RopeInit(&over, 4, 6);
+    RopeCatString(&exact, "a");
+    RopeCatString(&exact, "bcd");  // fills the free space exactly
+    EXPECT_EQ(textOf(exact), "abcd");
+    EXPECT_EQ(exact.capacity, 4u);
+    RopeCatString(&exact, "e");  // one more grows the buffer
+    EXPECT_EQ(textOf(exact), "abcde");
+    EXPECT_EQ(exact.capacity, 8u);
+    RopeCatString(&over, "abcdefgh");  // grows to the ceiling, drops the rest
+    EXPECT_EQ(textOf(over), "abcdef");
+    expectConsistent(exact);
+    expectConsistent(over);
 }
 
 TEST(RopeDelete, FirstAndLast) {
