@@ -603,7 +603,7 @@ bool writeAll(int fd, const std::string& text) {
         mine.startedMs = nowMs();
         mine.job = static_cast<long long>(k);
         Job& job = jobs[work[k]];
-        if (crashOn && job.relative == crashOn) raise(SIGSEGV);
+        if (crashOn && job.relative == crashOn) raise(SIGKILL);
         convertHere(options, job, root, destination);
         if (!writeAll(reportFd, encodeResult(k, job))) _exit(4);
     }
