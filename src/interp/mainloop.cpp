@@ -91,20 +91,9 @@ void readRequestLine() {
 
 bool isCopyTag(const char* tag) { return tag && std::strcmp(tag, "copy") == 0; }
 
-}  // namespace
-
-void TVCreateRopes() {
-    for (auto& rope : tv.TVArgs) {
-        rope = RopeNew();
-        if (!rope) TVFatalVM();
-        RopeInit(rope.get(), 10, 0);
-    }
-    tv.TVReturn.text = RopeNew();
-    if (!tv.TVReturn.text) TVFatalVM();
-    RopeInit(tv.TVReturn.text.get(), 10, 0);
-}
-
-int TVGetc() {
+// The next character: from the pushback, else from the input. The main
+// loop's own reads come here directly; every other module calls TVGetc.
+inline int nextChar() {
     s.lastInC = s.inC;
     int c;
     if (!s.echoes.empty()) {
@@ -128,6 +117,21 @@ int TVGetc() {
     return c;
 }
 
+}  // namespace
+
+void TVCreateRopes() {
+    for (auto& rope : tv.TVArgs) {
+        rope = RopeNew();
+        if (!rope) TVFatalVM();
+        RopeInit(rope.get(), 10, 0);
+    }
+    tv.TVReturn.text = RopeNew();
+    if (!tv.TVReturn.text) TVFatalVM();
+    RopeInit(tv.TVReturn.text.get(), 10, 0);
+}
+
+int TVGetc() { return nextChar(); }
+
 void doIt() {
     uint32_t newlines = 0;  // consecutive newlines of text
     s.echoes.clear();
@@ -135,7 +139,7 @@ void doIt() {
     tv.TVCursor = Cursor{};
 
     for (;;) {
-        int c = TVGetc();
+        int c = nextChar();
         if (c == -1) break;
 
         // A literal marker in pushed-back text: the byte after it is text,
@@ -144,7 +148,7 @@ void doIt() {
         bool isLiteral = false;
         if (c == kLiteralNext && s.wasFromEchoes) {
             if (s.echoes.empty()) continue;
-            c = TVGetc();
+            c = nextChar();
             if (c == -1) break;
             isLiteral = true;
         }
