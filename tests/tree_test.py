@@ -138,6 +138,20 @@ def main():
                   ("man1/packed.1.gz", "man7/target.7.gz", "papers/paper.ms")), "a fresh worker goes on")
         check(lines["man1/stub.1"][1] == "redirect", "redirects still made")
 
+        # Workers that die before taking a file are not replaced; the command
+        # converts the files itself, and its own messages still reach the user.
+        out5 = tmp + "/dst5"
+        proc = subprocess.run([args.tree, "-q", "--report", rep, "-j", "2", src, out5], capture_output=True,
+                              env=dict(os.environ, TROFFTOVIF_TREE_TEST_CRASH=":start"))
+        lines = report(rep)
+        check(all(lines[name][1] == "converted" for name in
+                  ("man1/plain.1", "man1/packed.1.gz", "man7/target.7.gz", "papers/paper.ms")),
+              "files converted without workers")
+        check(lines["man5/warn1.5"][2] == "1", "messages caught without workers")
+        check(b"converted" in proc.stderr and b"Expected" not in proc.stderr,
+              "summary on standard error, the converter's messages not: %r" % proc.stderr)
+        check(read(out5 + "/man1/packed.1.vif") == read(dst + "/man1/packed.1.vif"), "same output without workers")
+
         # The converter program, run once per file, gives the same output.
         out4 = tmp + "/dst4"
         run(args.tree, ["--program", args.program, "-q", "--report", rep, "-j", "2", src, out4], 1)

@@ -594,8 +594,10 @@ bool writeAll(int fd, const std::string& text) {
         setenv("TMPDIR", "/dev/shm", 1);
     FILE* messages = std::tmpfile();
     if (!messages || dup2(fileno(messages), STDERR_FILENO) < 0) _exit(3);
-    // Fault injection for the tests: the worker dies on the file named here.
+    // Fault injection for the tests: the worker dies on the file named here,
+    // or at once for ":start".
     const char* crashOn = std::getenv("TROFFTOVIF_TREE_TEST_CRASH");
+    if (crashOn && std::strcmp(crashOn, ":start") == 0) raise(SIGKILL);
     Board::Slot& mine = board.slots[slot];
     for (;;) {
         size_t k = board.next.fetch_add(1);
@@ -609,6 +611,31 @@ bool writeAll(int fd, const std::string& text) {
     }
     mine.job = -1;
     _exit(0);
+}
+
+// Without worker processes: converts here, one file after the other, with
+// the converter's messages caught in a file of their own as a worker does,
+// standard error given back afterwards.
+void convertAllHere(const Options& options, std::vector<Job>& jobs, const std::vector<size_t>& work,
+                    const fs::path& root, const fs::path& destination) {
+    std::fflush(stderr);
+    int saved = dup(STDERR_FILENO);
+    FILE* messages = saved >= 0 ? std::tmpfile() : nullptr;
+    bool caught = messages && dup2(fileno(messages), STDERR_FILENO) >= 0;
+    for (size_t i : work) {
+        if (caught) {
+            convertHere(options, jobs[i], root, destination);
+        } else {
+            jobs[i].action = Action::Convert;
+            jobs[i].result = Job::Result::Failed;
+            jobs[i].problem = "no worker process and no file for the converter's messages";
+        }
+    }
+    if (saved >= 0) {
+        dup2(saved, STDERR_FILENO);
+        close(saved);
+    }
+    if (messages) std::fclose(messages);
 }
 
 struct Worker {
@@ -626,7 +653,7 @@ void runWorkers(const Options& options, std::vector<Job>& jobs, const std::vecto
                 const fs::path& root, const fs::path& destination, Progress progress) {
     void* shared = mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (shared == MAP_FAILED) {
-        for (size_t i : work) convertHere(options, jobs[i], root, destination);
+        convertAllHere(options, jobs, work, root, destination);
         return;
     }
     Board& board = *new (shared) Board;
@@ -635,6 +662,8 @@ void runWorkers(const Options& options, std::vector<Job>& jobs, const std::vecto
     std::fflush(nullptr);  // nothing buffered is written twice by a worker
 
     auto start = [&](unsigned i) -> bool {
+        board.slots[i].job = -1;
+        board.slots[i].startedMs = 0;
         int fds[2];
         if (pipe2(fds, O_CLOEXEC) != 0) return false;
         pid_t pid = fork();
@@ -652,11 +681,6 @@ void runWorkers(const Options& options, std::vector<Job>& jobs, const std::vecto
     };
     unsigned live = 0;
     for (unsigned i = 0; i < count; i++) live += start(i);
-    if (live == 0) {  // no process to be had: convert here, one file after the other
-        for (size_t i : work) convertHere(options, jobs[i], root, destination);
-        munmap(shared, sizeof(Board));
-        return;
-    }
 
     while (live > 0) {
         std::vector<pollfd> fds;
@@ -703,7 +727,11 @@ void runWorkers(const Options& options, std::vector<Job>& jobs, const std::vecto
             }
             w.pid = -1;
             live--;
-            if (board.next.load() < work.size() && start(owner[f])) live++;
+            // A worker that ended before taking any file is not replaced:
+            // another would only end the same way. What no worker takes is
+            // converted here at the end.
+            bool tookFiles = slot.startedMs.load() != 0;
+            if (tookFiles && board.next.load() < work.size() && start(owner[f])) live++;
         }
         // A worker past the time limit on one file is killed; its end is
         // handled above like any other.
@@ -717,13 +745,19 @@ void runWorkers(const Options& options, std::vector<Job>& jobs, const std::vecto
             }
         }
     }
+    const size_t taken = std::min(board.next.load(), work.size());
     munmap(shared, sizeof(Board));
     // A file taken by a worker that ended before it could say so.
-    for (size_t i : work) {
-        if (jobs[i].action != Action::Read) continue;
-        jobs[i].action = Action::Convert;
-        jobs[i].result = Job::Result::Failed;
-        jobs[i].problem = "lost when its worker ended";
+    for (size_t k = 0; k < taken; k++) {
+        Job& job = jobs[work[k]];
+        if (job.action != Action::Read) continue;
+        job.action = Action::Convert;
+        job.result = Job::Result::Failed;
+        job.problem = "lost when its worker ended";
+    }
+    if (taken < work.size()) {
+        convertAllHere(options, jobs, std::vector<size_t>(work.begin() + static_cast<std::ptrdiff_t>(taken), work.end()),
+                       root, destination);
     }
 }
 
