@@ -17,6 +17,7 @@
 #include "macros/macros.h"
 #include "requests/rb.h"
 #include "requests/troff.h"
+#include "roff/roff.h"
 #include "tools/hpstream.h"
 #include "writer/vifout.h"
 
@@ -62,12 +63,23 @@ constexpr const char* kUsageLines[] = {
     "\t-V\t\tFilter Version number\n",
 };
 
-[[noreturn]] void printUsage() {
+// Asked for with a word that begins with "--", the usage text also tells of
+// the words of that kind.
+constexpr const char* kLongOptionLines[] = {
+    "\t--full\t\tFull mode: also interpret macro definitions, conditionals,\n",
+    "\t\t\tregisters, includes, groff escapes and UTF-8 input.\n",
+    "\t\t\tIt comes before the other options: --full -man page.1\n",
+};
+
+[[noreturn]] void printUsage(bool withLongOptions = false) {
     for (const char* line : kUsageLines) {
         if (line)
             std::fputs(line, stderr);
         else
             std::fprintf(stderr, "%s [options] < infile > outfile\n", driver.program.c_str());
+    }
+    if (withLongOptions) {
+        for (const char* line : kLongOptionLines) std::fputs(line, stderr);
     }
     processExit(0);
 }
@@ -266,15 +278,21 @@ void defineMacroPackage(const std::string& name) {
 
 int32_t CommandLine(int argc, char** argv, FILE** in, FILE** out) {
     int first = 1;
-    if (argc > 1 && argv[1] && argv[1][0] == '-') {
-        char option = argv[1][1];
+    // Words of the converter's own, first on the line, begin with "--".
+    while (first < argc && argv[first] && std::strncmp(argv[first], "--", 2) == 0) {
+        if (std::strcmp(argv[first], "--full") != 0) printUsage(true);
+        driver.isFull = true;
+        first++;
+    }
+    if (argc > first && argv[first] && argv[first][0] == '-') {
+        char option = argv[first][1];
         if (option == 'V' || option == 'v') {
             std::fprintf(stderr, "%s: version %s\n", driver.program.c_str(), kVifVersion);
             processExit(0);
         }
-        if (option != 'm') printUsage();
-        driver.macroPackage = argv[1] + 1;
-        first = 2;
+        if (option != 'm') printUsage(driver.isFull);
+        driver.macroPackage = argv[first] + 1;
+        first++;
     }
     int count = argc > first ? argc - first : 0;
     int32_t code = ProcessCommandLineFilenames(count, argv + first, in, out);
@@ -303,6 +321,7 @@ int32_t ProcessCommandLineFilenames(int count, char** words, FILE** in, FILE** o
     char* inName = nullptr;
     char* outName = nullptr;
     if (count >= 1 && !(inName = strdup(words[0]))) return kNoMemoryForName;
+    if (inName) driver.documentPath = inName;
     if (count == 2 && !(outName = strdup(words[1]))) {
         std::free(inName);
         return kNoMemoryForName;
@@ -391,6 +410,10 @@ void convert() {
         TVCreateRopes();
         TVDefineTroff();
         defineMacroPackage(driver.macroPackage);
+        if (driver.isFull) {
+            if (driver.macroPackage == "man") ManDefineFull();
+            RoffDefine();
+        }
         // Registered after the package, so that they replace its entries of the same name.
         TVDefineNumericalRule("sp", TVsp, "v");
         TVDefineNumericalRule("sv", TVsp, "v");
@@ -507,14 +530,23 @@ void resetEveryModule() {
     manReset();
     meReset();
     msReset();
+    roffReset();
 }
 
 }  // namespace
 
 int convertInProcess(const char* package, FILE* in, FILE* out) {
+    ConversionOptions options;
+    options.package = package;
+    return convertInProcess(options, in, out);
+}
+
+int convertInProcess(const ConversionOptions& options, FILE* in, FILE* out) {
     resetEveryModule();
     driver.program = "trofftovif";
-    driver.macroPackage = package;
+    driver.macroPackage = options.package;
+    driver.isFull = options.isFull;
+    driver.documentPath = options.documentPath;
     driver.inFile = in;
     driver.outFile = out;
     ExitHook saved = exitHook;

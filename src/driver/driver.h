@@ -45,6 +45,8 @@ struct DriverState {
     AFrameNew aFrameNew;
     Pgf copyPgf;               // the fixed "copy" format of copy regions
     bool isShuttingDown = false;
+    bool isFull = false;       // --full: the roff layer interprets what the classic rules hand back
+    std::string documentPath;  // the input named on the command line; empty for standard input
 };
 extern DriverState driver;
 
@@ -85,3 +87,13 @@ void driverReset();
 // streams stay open and belong to the caller. The whole-tree command's
 // workers and the fuzzing harness convert many documents this way.
 int convertInProcess(const char* package, FILE* in, FILE* out);
+
+// The same with the full mode's choices: the mode itself, and the document's
+// path, whose folder includes are looked for in and may not leave ("" for
+// the current folder).
+struct ConversionOptions {
+    const char* package = "";
+    bool isFull = false;
+    const char* documentPath = "";
+};
+int convertInProcess(const ConversionOptions& options, FILE* in, FILE* out);

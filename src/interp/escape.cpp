@@ -9,6 +9,7 @@
 
 #include "driver/driver.h"
 #include "interp/interp.h"
+#include "roff/roff.h"
 
 namespace {
 
@@ -254,6 +255,7 @@ void pushLiteralEscape() {
 
 void TVEscape(char lastOut) {
     int letter = TVGetc();
+    if (driver.isFull && RoffEscape(letter, lastOut)) return;
     switch (letter) {
         case -1:
         case kNewline:
@@ -360,19 +362,32 @@ void TVEscape(char lastOut) {
     }
 }
 
+bool TVSpecialCharGet(char first, char second, unsigned char& code, bool& isSymbol) {
+    if (!isPrintable(first) || !isPrintable(second)) return false;
+    if (!s.isSpecialChar) fillSpecialChars();
+    const SpecialChar& entry = s.specialChar[(first - kNameFirst) * kNameChars + (second - kNameFirst)];
+    if (entry.code == 0) return false;
+    code = entry.code;
+    isSymbol = entry.font == 's';
+    return true;
+}
+
 void TVFontSetByPosition(unsigned position) {
     if (position >= static_cast<unsigned>(kFontPositions)) return;
     const FontPosition& entry = tv.TVFontTable[position];
+    TVFontSetFamilyStyle(entry.family, entry.style);
+}
+
+void TVFontSetFamilyStyle(const char* family, char style) {
     // An unmounted position has no family: keep the current one, so that the
     // writer never sees a character format without a family.
-    const char* family = entry.family;
     if (!family && (tv.TVFamilyStyle.mask & bit(FontBit::FFamily))) family = tv.TVFamilyStyle.FFamily;
     Font f;
     if (family) {
         f.FFamily = family;
         f.mask |= bit(FontBit::FFamily);
     }
-    switch (entry.style) {
+    switch (style) {
         case 'B':
             f.FBold = kYes;
             f.FItalic = kNo;

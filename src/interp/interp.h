@@ -7,7 +7,9 @@
 // (TVFire), the writer's text flow, the driver's fatal routines.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -114,6 +116,21 @@ void TVArgsEmpty();
 
 // The one character reader: pushed-back text first, then the input file.
 int TVGetc();
+// Puts `text` in front of the unread input at once, within the expansion
+// budget that every pushed character counts against.
+void TVUnread(const char* text, size_t length);
+
+// ---- Input files of the full mode (mainloop.cpp) ----------------------------
+// Reading goes on in `file` (an include) until its end, then in the file that
+// included it; the reader closes it. `folder` is where its own includes are
+// looked for.
+void TVIncludeFile(FILE* file, const std::string& folder);
+size_t TVIncludeDepth();
+// The folder of the file being read: the document's, or an include's.
+const std::string& TVCurrentFolder();
+void TVSetDocumentFolder(const std::string& folder);
+// Ends the input: pushed-back text and open includes are dropped.
+void TVEndInput();
 // Reads one argument of the current request line into `rope`; true when
 // another argument may follow on the same line.
 bool arg(Rope* rope);
@@ -124,6 +141,12 @@ Rope* TVSkipPast(char delimiter);
 // ---- Escapes (escape.cpp) ------------------------------------------------------
 void TVEscape(char lastOut);
 void TVFontSetByPosition(unsigned position);
+// Sets the current font to `family` (null: the current one) in `style`: 'R',
+// 'I', 'B' or 'M' (bold italic).
+void TVFontSetFamilyStyle(const char* family, char style);
+// The classic table's special character of the two-character name; false
+// when it has none.
+bool TVSpecialCharGet(char first, char second, unsigned char& code, bool& isSymbol);
 // Appends to TVReturn.text the escape character in a form that is written as
 // text and never read as an escape again, whatever the escape character is.
 void pushLiteralEscape();

@@ -10,9 +10,11 @@
 #include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "driver/driver.h"
 #include "requests/rb.h"
+#include "roff/roff.h"
 #include "writer/vifout.h"
 
 TVState tv;
@@ -53,6 +55,14 @@ struct MainLoopState {
     // cursor, worked out again only when the size changes.
     int32_t cursorSize = 0;
     float charWidth = 0, charHeight = 0;
+    // The full mode's includes: the stream each one interrupted, innermost
+    // last, with the folder of the file being read then.
+    struct Include {
+        InputStream outer;
+        std::string outerFolder;
+    };
+    std::vector<Include> includes;
+    std::string folder;  // of the file being read
 };
 MainLoopState s;
 
@@ -91,6 +101,29 @@ void readRequestLine() {
 
 bool isCopyTag(const char* tag) { return tag && std::strcmp(tag, "copy") == 0; }
 
+// An include has ended: reading goes back to the file that included it.
+void endInclude() {
+    std::fclose(driver.stdIn.file);
+    driver.stdIn = s.includes.back().outer;
+    s.folder = std::move(s.includes.back().outerFolder);
+    s.includes.pop_back();
+}
+
+// The input of an include has ended: the next character of the files that
+// included it, or -1 at the end of them all.
+int readAfterIncludes() {
+    int c = -1;
+    while (c == -1 && !s.includes.empty()) {
+        endInclude();
+        c = driver.stdIn.file ? STREAM_GETC(driver.stdIn) : -1;
+    }
+    if (c != -1) {
+        s.pushedSinceInput = 0;
+        s.isDroppingExpansion = false;
+    }
+    return c;
+}
+
 // The next character: from the pushback, else from the input. The main
 // loop's own reads come here directly; every other module calls TVGetc.
 inline int nextChar() {
@@ -110,6 +143,8 @@ inline int nextChar() {
         if (c != -1) {
             s.pushedSinceInput = 0;
             s.isDroppingExpansion = false;
+        } else if (!s.includes.empty()) {
+            c = readAfterIncludes();
         }
         s.wasFromEchoes = false;
     }
@@ -131,6 +166,33 @@ void TVCreateRopes() {
 }
 
 int TVGetc() { return nextChar(); }
+
+void TVUnread(const char* text, size_t length) {
+    Rope rope;
+    rope.text = const_cast<char*>(text);
+    rope.length = static_cast<uint32_t>(length);
+    pushBack(&rope);
+    rope.text = nullptr;  // not the rope's to free
+}
+
+void TVIncludeFile(FILE* file, const std::string& folder) {
+    s.includes.push_back(MainLoopState::Include{driver.stdIn, s.folder});
+    driver.stdIn = InputStream{};
+    driver.stdIn.file = file;
+    s.folder = folder;
+}
+
+size_t TVIncludeDepth() { return s.includes.size(); }
+
+const std::string& TVCurrentFolder() { return s.folder; }
+
+void TVSetDocumentFolder(const std::string& folder) { s.folder = folder; }
+
+void TVEndInput() {
+    s.echoes.clear();
+    while (!s.includes.empty()) endInclude();
+    driver.stdIn.file = nullptr;
+}
 
 void doIt() {
     uint32_t newlines = 0;  // consecutive newlines of text
@@ -157,6 +219,22 @@ void doIt() {
             if ((s.lastInC == kNewline || s.lastInC == kHardReturn) &&
                 (c == tv.TVControlChar || c == tv.TVNoBreakControlChar)) {
                 newlines = 0;
+                if (driver.isFull) {
+                    // The roff layer reads the line; it hands on what the
+                    // rule table is to dispatch.
+                    TVReturnReset();
+                    RoffLine taken = RoffControlLine(c);
+                    if (taken == RoffLine::Done) {
+                        fire();
+                        continue;
+                    }
+                    if (taken == RoffLine::Dispatch) {
+                        tv.TVIsNoBreak = (c == tv.TVNoBreakControlChar);
+                        TVFire(s.lastOutC);
+                        fire();
+                        continue;
+                    }
+                }
                 readRequestLine();
                 tv.TVIsNoBreak = (c == tv.TVNoBreakControlChar);
                 TVReturnReset();
@@ -174,7 +252,12 @@ void doIt() {
             }
         }
 
-        // Text.
+        // Text. In the full mode a byte above 127 from the input starts a
+        // UTF-8 sequence.
+        if (c < 0 && !isLiteral && driver.isFull) {
+            c = RoffTextByte(c);
+            if (c < 0) continue;
+        }
         bool isWritten = true;
         if (c == ' ' || c == kNewline || c == kTab) {
             if (fireWordTraps(c == kNewline)) isWritten = false;
@@ -447,6 +530,7 @@ Rope* TVSkipPast(char delimiter) {
 }
 
 void interpReset() {
+    while (!s.includes.empty()) endInclude();
     tv = TVState{};
     s = MainLoopState{};
     escapeReset();

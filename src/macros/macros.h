@@ -9,6 +9,9 @@ void ManDefine();
 void MeDefine();
 void MsDefine();
 void MyDefine();
+// The macros of today's manual pages (EX, SY, UR, TQ, MR, ...), registered
+// after ManDefine in the full mode only.
+void ManDefineFull();
 
 // Put each package's state back as at program start (for convertInProcess).
 void manReset();

@@ -62,6 +62,11 @@ struct ManState {
     std::string headerName;
     std::string footerL;
     std::string footerC;
+
+    // The address of the open UR or MT link, and whether text came before
+    // its end.
+    std::string linkAddress;
+    bool linkHasText = false;
 };
 ManState s;
 
@@ -500,7 +505,89 @@ constexpr ManRule manRules[] = {
     {"PD", RuleKind::Numerical, "v", PD},
 };
 
+// ---- Macros of today's manual pages (full mode) ----------------------------------
+
+// Lines for the input after the macro, each ended by a newline.
+void pushLines(const std::string& lines) { RopeCatString(returnText(), lines.c_str()); }
+
+std::string argText(int k) { return s.argv[k]->text; }
+
+// EX and EE: an example, unfilled, in Courier.
+void EX() { pushLines(".nf\n.ft CR\n"); }
+void EE() { pushLines(".ft R\n.fi\n"); }
+
+// SY: a synopsis, its command in bold, the rest hanging beside it; YS ends it.
+void SY() {
+    std::string command = argText(1);
+    float indent = 0.6f * kBodySize / 72.0f * static_cast<float>(command.size() + 1);
+    if (indent < 0.5f) indent = 0.5f;
+    s.prevailingIndent = indent;
+    tv.TVPgf = s.exdentedPgf;
+    tv.TVPgf.tabStops = tv.TVTabStops;
+    hangingIndents(tv.TVPgf);
+    newPgf();
+    if (!command.empty()) pushLines("\\fB" + command + "\\fR\n");
+}
+
+void YS() { PP(); }
+
+// OP: an option in brackets, its name bold and its argument italic.
+void OP() {
+    std::string text = "[\\fB" + argText(1) + "\\fR";
+    if (!argText(2).empty()) text += " \\fI" + argText(2) + "\\fR";
+    pushLines(text + "]\n");
+}
+
+// A word trap while a link is open: the text of the link has begun.
+void linkTextTrap() {
+    if (tv.TVCursor.x > 0) s.linkHasText = true;
+}
+
+// UR and MT open a link; its text is the lines up to UE or ME, which add the
+// address in angle brackets (or the address alone when there was no text).
+void linkOpen() {
+    s.linkAddress = argText(1);
+    s.linkHasText = false;
+    tv.TVReturn.wordTrap = linkTextTrap;
+}
+
+void linkClose() {
+    std::string text = s.linkHasText ? " <" + s.linkAddress + ">" : s.linkAddress;
+    pushLines("\\&" + text + argText(1) + "\n");
+    s.linkAddress.clear();
+}
+
+// MR: a reference to another page, name(section) with the name in italics.
+void MR() {
+    pushLines("\\fI" + argText(1) + "\\fR(" + argText(2) + ")" + argText(3) + "\n");
+}
+
+constexpr ManRule manFullRules[] = {
+    {"EX", RuleKind::Plain, "", EX},
+    {"EE", RuleKind::Plain, "", EE},
+    {"SY", RuleKind::Plain, "", SY},
+    {"YS", RuleKind::Plain, "", YS},
+    {"OP", RuleKind::Plain, "", OP},
+    {"UR", RuleKind::Plain, "", linkOpen},
+    {"UE", RuleKind::Plain, "", linkClose},
+    {"MT", RuleKind::Plain, "", linkOpen},
+    {"ME", RuleKind::Plain, "", linkClose},
+    {"MR", RuleKind::Plain, "", MR},
+    {"TQ", RuleKind::Numerical, "m", TP},
+    {"SB", RuleKind::Plain, "", B},
+    {"P", RuleKind::Plain, "", PP},
+};
+
 }  // namespace
+
+void ManDefineFull() {
+    for (const ManRule& rule : manFullRules) {
+        if (rule.kind == RuleKind::Plain)
+            TVDefineRule(rule.name, rule.handler);
+        else
+            TVDefineNumericalRule(rule.name, rule.handler, rule.units);
+    }
+}
 
 void ManDefine() {
     ArgValue* const args[9] = {&tv.TVArg1, &tv.TVArg2, &tv.TVArg3, &tv.TVArg4, &tv.TVArg5,

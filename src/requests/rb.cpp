@@ -131,6 +131,8 @@ void handBack(char lastOut) {
 
 void TVDefineRule(const char* name, Handler handler) { ruleNew(name, handler, "", false); }
 
+bool TVHasRule(const char* name) { return name && ruleFind(name) != nullptr; }
+
 void TVDefineNumericalRule(const char* name, Handler handler, const char* units) {
     ruleNew(name, handler, units, false);
 }
@@ -207,6 +209,13 @@ void TVFire(char lastOut) {
         const Rule* rule = ruleFind(tv.TVCommand);
         if (rule && argsSet(rule->units, rule->isSemiNumerical)) {
             rule->handler();
+            return;
+        }
+        if (rule && driver.isFull) {
+            // The full mode never shows a request as text: a line whose
+            // arguments the rule refuses is dropped.
+            TVWarningPre();
+            std::fprintf(stderr, "Arguments of %s not understood; line dropped.\n", tv.TVCommand);
             return;
         }
     }

@@ -17,6 +17,8 @@ struct Rule {
 };
 
 void TVDefineRule(const char* name, Handler handler);
+// True when a rule of that one- or two-character name exists.
+bool TVHasRule(const char* name);
 void TVDefineNumericalRule(const char* name, Handler handler, const char* units);
 void TVDefineSemiNumericalRule(const char* name, Handler handler, const char* units);
 

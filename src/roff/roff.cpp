@@ -1,0 +1,754 @@
+// The roff layer's control lines: one table of requests, the definitions of
+// strings, macros and registers, conditionals with their blocks, includes,
+// and the call of a user macro, whose body is read again as input with the
+// call's arguments in place.
+#include "roff/roff.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "driver/driver.h"
+#include "interp/interp.h"
+#include "requests/rb.h"
+#include "roff/roffstate.h"
+
+namespace {
+
+// Includes nest at most this deep: a file that includes itself stops here.
+constexpr size_t kMaxIncludeDepth = 16;
+// The answers of ie kept for el; older ones are forgotten beyond this.
+constexpr size_t kMaxElStack = 1024;
+
+// A control line as the handlers see it: the request's name and the text after
+// it, uninterpreted.
+struct Line {
+    std::string_view name;
+    std::string_view rest;
+    int controlChar;
+};
+
+// What a handler does with its line: true when done, false when the line is
+// to go on to the rule table as in the classic mode.
+using RoffHandler = bool (*)(const Line&);
+
+struct RoffRequest {
+    const char* name;
+    RoffHandler handler;
+};
+
+// Scratch text reused from line to line.
+struct Scratch {
+    std::string raw;
+    std::string text;
+    std::vector<std::string> args;
+};
+Scratch scratch;
+
+char escapeChar() { return tv.TVEscapeChar; }
+
+// Reads the rest of the current input line, up to and without its newline:
+// an escaped newline joins the next line, a comment (\") ends the line and
+// \# ends it and joins the next. False at the end of input with nothing read.
+bool readRawLine(std::string& out) {
+    out.clear();
+    const char escape = escapeChar();
+    bool sawAny = false;
+    for (;;) {
+        int c = TVGetc();
+        if (c == -1) return sawAny;
+        sawAny = true;
+        if (c == kNewline) return true;
+        if (escape != 0 && c == escape) {
+            int d = TVGetc();
+            if (d == -1) {
+                out += escape;
+                return true;
+            }
+            if (d == kNewline) continue;
+            if (d == '"' || d == '#') {
+                int e;
+                do e = TVGetc(); while (e != kNewline && e != -1);
+                if (d == '"' || e == -1) return true;
+                continue;
+            }
+            out += escape;
+            out += static_cast<char>(d);
+            continue;
+        }
+        out += static_cast<char>(c);
+    }
+}
+
+void skipBlanks(const char*& p, const char* end) {
+    while (p < end && (*p == ' ' || *p == '\t')) p++;
+}
+
+std::string_view firstWord(std::string_view text, std::string_view* rest = nullptr) {
+    size_t i = 0;
+    while (i < text.size() && (text[i] == ' ' || text[i] == '\t')) i++;
+    size_t start = i;
+    while (i < text.size() && text[i] != ' ' && text[i] != '\t') i++;
+    if (rest) {
+        size_t j = i;
+        while (j < text.size() && (text[j] == ' ' || text[j] == '\t')) j++;
+        *rest = text.substr(j);
+    }
+    return text.substr(start, i - start);
+}
+
+// Removes the block escapes \{ and \} outside conditionals: what they
+// enclosed has already been read as lines.
+void dropBraces(std::string& text) {
+    const char escape = escapeChar();
+    if (escape == 0 || text.find(escape) == std::string::npos) return;
+    size_t to = 0;
+    for (size_t from = 0; from < text.size();) {
+        if (text[from] == escape && from + 1 < text.size()) {
+            char next = text[from + 1];
+            if (next == '{' || next == '}') {
+                from += 2;
+                continue;
+            }
+            text[to++] = text[from++];  // the pair stays whole
+        }
+        text[to++] = text[from++];
+    }
+    text.resize(to);
+}
+
+// The rest of a line interpolated as a request's arguments are.
+const std::string& normalRest(const Line& line) {
+    scratch.text.clear();
+    roffInterpolate(line.rest, scratch.text, false);
+    dropBraces(scratch.text);
+    return scratch.text;
+}
+
+void unreadLine(const std::string& text) {
+    std::string line = text;
+    line += static_cast<char>(kNewline);
+    TVUnread(line.data(), line.size());
+}
+
+// ---- Conditionals --------------------------------------------------------------
+
+// The change in block depth that \{ and \} make in `text`.
+int braceDelta(const char* p, const char* end) {
+    const char escape = escapeChar();
+    int delta = 0;
+    while (p < end) {
+        if (*p == escape && p + 1 < end) {
+            if (p[1] == '{') delta++;
+            if (p[1] == '}') delta--;
+            p += 2;
+            continue;
+        }
+        p++;
+    }
+    return delta;
+}
+
+// Skips input until the blocks open at `depth` are closed, and the rest of
+// the line that closes them.
+void skipBlocks(int depth) {
+    const char escape = escapeChar();
+    while (depth > 0) {
+        int c = TVGetc();
+        if (c == -1) return;
+        if (c != escape || escape == 0) continue;
+        c = TVGetc();
+        if (c == '{') depth++;
+        if (c == '}') depth--;
+        if (c == -1) return;
+    }
+    int c;
+    do c = TVGetc(); while (c != kNewline && c != -1);
+}
+
+// The body of a conditional at `p`: read as a line of its own when the
+// condition holds, skipped with the blocks it opens otherwise.
+void conditionalBody(const char* p, const char* end, bool holds) {
+    skipBlanks(p, end);
+    const char escape = escapeChar();
+    if (!holds) {
+        int depth = braceDelta(p, end);
+        if (depth > 0) skipBlocks(depth);
+        return;
+    }
+    if (p + 1 < end && p[0] == escape && p[1] == '{') {
+        p += 2;
+        skipBlanks(p, end);
+    }
+    if (p < end) unreadLine(std::string(p, end));
+}
+
+bool conditional(const Line& line, bool isIe) {
+    std::string text;
+    roffInterpolate(line.rest, text, false);
+    const char* p = text.data();
+    const char* end = p + text.size();
+    bool holds = roffCondition(p, end);
+    if (isIe) {
+        if (roff.elStack.size() >= kMaxElStack) roff.elStack.erase(roff.elStack.begin());
+        roff.elStack.push_back(holds);
+    }
+    conditionalBody(p, end, holds);
+    return true;
+}
+
+bool ifRequest(const Line& line) { return conditional(line, false); }
+bool ieRequest(const Line& line) { return conditional(line, true); }
+
+bool elRequest(const Line& line) {
+    // An el without its ie counts as one whose ie held.
+    bool holds = false;
+    if (!roff.elStack.empty()) {
+        holds = !roff.elStack.back();
+        roff.elStack.pop_back();
+    }
+    std::string text;
+    roffInterpolate(line.rest, text, false);
+    conditionalBody(text.data(), text.data() + text.size(), holds);
+    return true;
+}
+
+// ---- Definitions -------------------------------------------------------------------
+
+// True for a line that ends a definition: the control character, blanks, the
+// end name and nothing more.
+bool isEndLine(const std::string& raw, std::string_view endName) {
+    if (raw.empty() || (raw[0] != tv.TVControlChar && raw[0] != tv.TVNoBreakControlChar)) return false;
+    std::string_view rest(raw.data() + 1, raw.size() - 1);
+    return firstWord(rest) == endName;
+}
+
+// Reads the lines of a definition up to its end line; `body` gets them in
+// copy mode (null: they are skipped).
+void readBody(std::string_view endName, std::string* body) {
+    std::string raw;
+    while (readRawLine(raw)) {
+        if (isEndLine(raw, endName)) return;
+        if (body) {
+            roffInterpolate(raw, *body, true);
+            *body += static_cast<char>(kNewline);
+            if (body->size() > kMaxLineLength * 8) {
+                roffWarnOnce("macro-length", "Macro too long; rest dropped.");
+                body = nullptr;
+            }
+        }
+    }
+}
+
+// A name the macro package or the troff requests answer natively keeps its
+// native meaning: a user's definition would lose its paragraph formats.
+bool isNative(std::string_view name) {
+    return name.size() <= 2 && TVHasRule(std::string(name).c_str());
+}
+
+bool refuseNative(std::string_view name) {
+    if (!isNative(name)) return false;
+    roffWarn("Definition of " + std::string(name) + " ignored: the converter defines it.");
+    return true;
+}
+
+bool defineMacro(const Line& line, bool isAppend) {
+    std::string_view rest;
+    std::string name(firstWord(line.rest, &rest));
+    std::string endName(firstWord(rest));
+    if (endName.empty()) endName = ".";
+    if (name.empty() || refuseNative(name)) {
+        readBody(endName, nullptr);
+        return true;
+    }
+    std::string body;
+    if (isAppend) {
+        if (const std::string* old = roffStringGet(name)) body = *old;
+    }
+    readBody(endName, &body);
+    roff.strings[name] = std::move(body);
+    return true;
+}
+
+bool deRequest(const Line& line) { return defineMacro(line, false); }
+bool amRequest(const Line& line) { return defineMacro(line, true); }
+
+bool igRequest(const Line& line) {
+    std::string endName(firstWord(line.rest));
+    readBody(endName.empty() ? "." : endName, nullptr);
+    return true;
+}
+
+bool defineString(const Line& line, bool isAppend) {
+    std::string_view value;
+    std::string name(firstWord(line.rest, &value));
+    if (name.empty()) return true;
+    if (!value.empty() && value[0] == '"') value.remove_prefix(1);
+    std::string text;
+    if (isAppend) {
+        if (const std::string* old = roffStringGet(name)) text = *old;
+        else if (name.size() <= 2) {
+            if (const char* classic = TVStringGet(name.c_str())) text = classic;
+        }
+    }
+    roffInterpolate(value, text, true);
+    roff.strings[name] = std::move(text);
+    return true;
+}
+
+bool dsRequest(const Line& line) { return defineString(line, false); }
+bool asRequest(const Line& line) { return defineString(line, true); }
+
+bool rmRequest(const Line& line) {
+    const std::string& rest = normalRest(line);
+    roffSplitArgs(rest, scratch.args);
+    for (const std::string& name : scratch.args) roff.strings.erase(name);
+    return true;
+}
+
+bool rnRequest(const Line& line) {
+    roffSplitArgs(normalRest(line), scratch.args);
+    if (scratch.args.size() < 2 || refuseNative(scratch.args[1])) return true;
+    auto found = roff.strings.find(scratch.args[0]);
+    if (found == roff.strings.end()) return true;
+    std::string value = std::move(found->second);
+    roff.strings.erase(found);
+    roff.strings[scratch.args[1]] = std::move(value);
+    return true;
+}
+
+// An alias of a native macro calls it with the same arguments.
+bool alsRequest(const Line& line) {
+    roffSplitArgs(normalRest(line), scratch.args);
+    if (scratch.args.size() < 2 || refuseNative(scratch.args[0])) return true;
+    const std::string& to = scratch.args[1];
+    if (const std::string* value = roffStringGet(to)) {
+        roff.strings[scratch.args[0]] = *value;
+    } else if (isNative(to)) {
+        roff.strings[scratch.args[0]] = "." + to + " \\$@\n";
+    }
+    return true;
+}
+
+// ---- Registers ------------------------------------------------------------------------
+
+bool nrRequest(const Line& line) {
+    const std::string& rest = normalRest(line);
+    std::string_view tail;
+    std::string name(firstWord(rest, &tail));
+    if (name.empty()) return true;
+    std::string_view valueText = firstWord(tail, &tail);
+    const char* p = valueText.data();
+    const char* end = p + valueText.size();
+    int sign = 0;
+    if (p < end && (*p == '+' || *p == '-')) sign = *p++ == '+' ? 1 : -1;
+    int64_t value = 0;
+    if (!roffExpression(p, end, 'u', value)) return true;
+    Register& r = roff.registers[name];
+    r.value = sign == 0 ? value : r.value + sign * value;
+    std::string_view stepText = firstWord(tail);
+    const char* q = stepText.data();
+    int64_t step = 0;
+    if (!stepText.empty() && roffExpression(q, q + stepText.size(), 'u', step)) r.step = step;
+    return true;
+}
+
+bool rrRequest(const Line& line) {
+    roffSplitArgs(normalRest(line), scratch.args);
+    for (const std::string& name : scratch.args) roff.registers.erase(name);
+    return true;
+}
+
+bool rnnRequest(const Line& line) {
+    roffSplitArgs(normalRest(line), scratch.args);
+    if (scratch.args.size() < 2) return true;
+    auto found = roff.registers.find(scratch.args[0]);
+    if (found == roff.registers.end()) return true;
+    Register r = found->second;
+    roff.registers.erase(found);
+    roff.registers[scratch.args[1]] = r;
+    return true;
+}
+
+bool afRequest(const Line& line) {
+    roffSplitArgs(normalRest(line), scratch.args);
+    if (scratch.args.size() < 2) return true;
+    const std::string& f = scratch.args[1];
+    bool isValid = f == "i" || f == "I" || f == "a" || f == "A" ||
+                   (!f.empty() && std::all_of(f.begin(), f.end(), [](char c) { return c >= '0' && c <= '9'; }));
+    if (isValid) roff.registers[scratch.args[0]].format = f;
+    return true;
+}
+
+// ---- Includes and the end of input -------------------------------------------------------
+
+// Whether `path` (resolved) lies in `folder` (resolved) or below it.
+bool isInside(const std::string& path, const std::string& folder) {
+    if (folder == "/") return true;
+    return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
+           path[folder.size()] == '/';
+}
+
+bool soRequest(const Line& line) {
+    std::string name(firstWord(normalRest(line)));
+    if (name.empty()) return true;
+    if (TVIncludeDepth() >= kMaxIncludeDepth) {
+        roffWarn("Includes nested too deep; " + name + " skipped.");
+        return true;
+    }
+    std::string path = name[0] == '/' ? name : TVCurrentFolder() + "/" + name;
+    char resolved[PATH_MAX];
+    struct stat st {};
+    if (!realpath(path.c_str(), resolved)) {
+        roffWarn("Can't include " + name + ": " + std::strerror(errno) + "; skipped.");
+        return true;
+    }
+    if (!isInside(resolved, roff.rootFolder)) {
+        roffWarn("Can't include " + name + ": outside the document's folder; skipped.");
+        return true;
+    }
+    if (stat(resolved, &st) != 0 || !S_ISREG(st.st_mode)) {
+        roffWarn("Can't include " + name + ": not a regular file; skipped.");
+        return true;
+    }
+    FILE* file = std::fopen(resolved, "r");
+    if (!file) {
+        roffWarn("Can't include " + name + ": " + std::strerror(errno) + "; skipped.");
+        return true;
+    }
+    std::string folder(resolved);
+    folder.erase(folder.rfind('/') == 0 ? 1 : folder.rfind('/'));
+    TVIncludeFile(file, folder);
+    return true;
+}
+
+bool notSupportedRequest(const Line& line) {
+    roffWarnOnce("request " + std::string(line.name),
+                 "The " + std::string(line.name) + " request is not supported; line ignored.");
+    return true;
+}
+
+bool tmRequest(const Line& line) {
+    std::string text;
+    roffInterpolate(line.rest, text, true);
+    if (line.name == "tm1" && !text.empty() && text[0] == '"') text.erase(0, 1);
+    TVWarningPre();
+    std::fputs(text.c_str(), stderr);
+    if (line.name != "tmc") std::fputc('\n', stderr);
+    return true;
+}
+
+bool abRequest(const Line& line) {
+    tmRequest(line);
+    TVEndInput();
+    return true;
+}
+
+bool exRequest(const Line&) {
+    TVEndInput();
+    return true;
+}
+
+// ---- Requests that become lines of another kind ---------------------------------------------
+
+// do: the rest is a control line of its own.
+bool doRequest(const Line& line) {
+    std::string text(1, static_cast<char>(line.controlChar));
+    text.append(line.rest);
+    unreadLine(text);
+    return true;
+}
+
+// nop: the rest is an input line.
+bool nopRequest(const Line& line) {
+    if (!line.rest.empty()) unreadLine(std::string(line.rest));
+    return true;
+}
+
+// tl: the three parts of a title, one blank apart, on a line of their own.
+bool tlRequest(const Line& line) {
+    const std::string& rest = normalRest(line);
+    if (rest.empty()) return true;
+    char delimiter = rest[0];
+    std::string text = ".br\n";
+    std::string parts;
+    for (size_t i = 1; i < rest.size(); i++) {
+        if (rest[i] == delimiter) {
+            if (!parts.empty() && parts.back() != ' ') parts += ' ';
+        } else {
+            parts += rest[i];
+        }
+    }
+    while (!parts.empty() && parts.back() == ' ') parts.pop_back();
+    text += parts + "\n.br";
+    unreadLine(text);
+    return true;
+}
+
+bool brpRequest(const Line&) {
+    unreadLine(".br");
+    return true;
+}
+
+// Courier and other families by groff's names; the classic ft knows the
+// positions and their one-letter names.
+bool ftRequest(const Line& line) {
+    std::string name(firstWord(normalRest(line)));
+    return roffSelectFont(name);
+}
+
+// ---- Tables -----------------------------------------------------------------------------
+
+// The cells of a table row that carry no text: spans and rules.
+bool isEmptyCell(std::string_view cell) {
+    return cell.empty() || cell == "_" || cell == "=" || cell == "\\_" || cell == "\\^" ||
+           cell == "\\=";
+}
+
+std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    return text;
+}
+
+// The tab character of a table's options line ("tab(x)"), or the tab.
+char tableTab(std::string_view options) {
+    size_t at = options.find("tab(");
+    if (at == std::string_view::npos || at + 5 >= options.size()) at = options.find("TAB(");
+    if (at == std::string_view::npos || at + 5 >= options.size()) return '\t';
+    return options[at + 4];
+}
+
+// A table (TS to TE) read simply: the options and format lines go, every
+// data row becomes an unfilled line with its cells a tab apart, and a text
+// block (T{ to T}) its own lines. Layout is left to a later reading of tables.
+bool tsRequest(const Line&) {
+    std::vector<std::string> lines;
+    std::string raw;
+    while (readRawLine(raw)) {
+        if (isEndLine(raw, "TE")) break;
+        lines.push_back(raw);
+    }
+    size_t i = 0;
+    char tab = '\t';
+    if (i < lines.size() && trimmed(lines[i]).size() > 0 && trimmed(lines[i]).back() == ';') {
+        tab = tableTab(lines[i]);
+        i++;
+    }
+    auto skipFormat = [&]() {
+        while (i < lines.size()) {
+            std::string_view line = trimmed(lines[i++]);
+            if (!line.empty() && line.back() == '.') break;
+        }
+    };
+    skipFormat();
+    std::string out = ".nf\n";
+    for (; i < lines.size(); i++) {
+        const std::string& line = lines[i];
+        std::string_view view = trimmed(line);
+        if (view.empty() || view == "_" || view == "=") continue;
+        if (line[0] == tv.TVControlChar || line[0] == tv.TVNoBreakControlChar) {
+            std::string_view name = firstWord(std::string_view(line).substr(1));
+            if (name == "T&") {
+                i++;
+                skipFormat();
+                i--;
+            } else if (name != "TH") {
+                out += line + "\n";
+            }
+            continue;
+        }
+        std::string row;
+        size_t start = 0;
+        std::string_view rest(line);
+        for (;;) {
+            size_t end = rest.find(tab, start);
+            std::string_view cell = rest.substr(start, end == std::string_view::npos ? end : end - start);
+            if (trimmed(cell) == "T{") {
+                if (!row.empty()) out += row + "\n";
+                row.clear();
+                // The block's lines up to the one that starts with T}; the
+                // cells after it go on in the same row.
+                while (++i < lines.size() && lines[i].compare(0, 2, "T}") != 0) out += lines[i] + "\n";
+                if (i >= lines.size()) break;
+                rest = std::string_view(lines[i]).substr(2);
+                start = 0;
+                if (!rest.empty() && rest[0] == tab) start = 1;
+                if (rest.empty()) break;
+                continue;
+            }
+            if (!isEmptyCell(trimmed(cell))) {
+                if (!row.empty()) row += '\t';
+                row += trimmed(cell);
+            }
+            if (end == std::string_view::npos) break;
+            start = end + 1;
+        }
+        if (!row.empty()) out += row + "\n";
+    }
+    if (tv.TVIsFilling) out += ".fi\n";
+    TVUnread(out.data(), out.size());
+    return true;
+}
+
+// Requests that change nothing a document keeps: layout for a printer,
+// hyphenation, environments, diversions, traps, colours, output control.
+bool ignoreRequest(const Line&) { return true; }
+
+constexpr RoffRequest kRequests[] = {
+    {"TS", tsRequest},           {"ab", abRequest},           {"af", afRequest},
+    {"aln", ignoreRequest},      {"als", alsRequest},         {"am", amRequest},
+    {"am1", amRequest},          {"ami", amRequest},          {"as", asRequest},
+    {"as1", asRequest},          {"asciify", ignoreRequest},  {"backtrace", ignoreRequest},
+    {"bd", ignoreRequest},       {"blm", ignoreRequest},      {"box", ignoreRequest},
+    {"boxa", ignoreRequest},     {"break", ignoreRequest},    {"brp", brpRequest},
+    {"cflags", ignoreRequest},   {"ch", ignoreRequest},       {"char", ignoreRequest},
+    {"chop", ignoreRequest},     {"close", ignoreRequest},    {"composite", ignoreRequest},
+    {"continue", ignoreRequest}, {"cp", ignoreRequest},       {"cs", ignoreRequest},
+    {"da", ignoreRequest},       {"de", deRequest},           {"de1", deRequest},
+    {"defcolor", ignoreRequest}, {"dei", deRequest},          {"device", ignoreRequest},
+    {"devicem", ignoreRequest},  {"di", ignoreRequest},       {"do", doRequest},
+    {"ds", dsRequest},           {"ds1", dsRequest},          {"dt", ignoreRequest},
+    {"el", elRequest},           {"em", ignoreRequest},       {"ev", ignoreRequest},
+    {"evc", ignoreRequest},      {"ex", exRequest},           {"fam", ignoreRequest},
+    {"fc", ignoreRequest},       {"fchar", ignoreRequest},    {"fcolor", ignoreRequest},
+    {"fl", ignoreRequest},       {"fschar", ignoreRequest},   {"fspecial", ignoreRequest},
+    {"ft", ftRequest},           {"ftr", ignoreRequest},      {"fzoom", ignoreRequest},
+    {"gcolor", ignoreRequest},   {"hcode", ignoreRequest},    {"hla", ignoreRequest},
+    {"hlm", ignoreRequest},      {"hpf", ignoreRequest},      {"hpfa", ignoreRequest},
+    {"hpfcode", ignoreRequest},  {"hw", ignoreRequest},       {"hym", ignoreRequest},
+    {"hys", ignoreRequest},      {"ie", ieRequest},           {"if", ifRequest},
+    {"ig", igRequest},           {"it", ignoreRequest},       {"itc", ignoreRequest},
+    {"kern", ignoreRequest},     {"lc", ignoreRequest},       {"length", ignoreRequest},
+    {"lf", ignoreRequest},       {"lg", ignoreRequest},       {"linetabs", ignoreRequest},
+    {"lsm", ignoreRequest},      {"lt", ignoreRequest},       {"mc", ignoreRequest},
+    {"mk", ignoreRequest},       {"mso", notSupportedRequest},{"msoquiet", ignoreRequest},
+    {"ne", ignoreRequest},       {"nm", ignoreRequest},       {"nn", ignoreRequest},
+    {"nop", nopRequest},         {"nr", nrRequest},           {"nroff", ignoreRequest},
+    {"nx", exRequest},           {"open", ignoreRequest},     {"opena", ignoreRequest},
+    {"os", ignoreRequest},       {"output", ignoreRequest},   {"pc", ignoreRequest},
+    {"pev", ignoreRequest},      {"pi", ignoreRequest},       {"pl", ignoreRequest},
+    {"pm", ignoreRequest},       {"pn", ignoreRequest},       {"pnr", ignoreRequest},
+    {"pso", notSupportedRequest},{"ptr", ignoreRequest},      {"pvs", ignoreRequest},
+    {"rchar", ignoreRequest},    {"return", ignoreRequest},   {"rj", ignoreRequest},
+    {"rm", rmRequest},           {"rn", rnRequest},           {"rnn", rnnRequest},
+    {"rr", rrRequest},           {"rt", ignoreRequest},       {"schar", ignoreRequest},
+    {"shc", ignoreRequest},      {"shift", ignoreRequest},    {"sizes", ignoreRequest},
+    {"so", soRequest},           {"soquiet", soRequest},      {"special", ignoreRequest},
+    {"spreadwarn", ignoreRequest},{"ss", ignoreRequest},       {"sty", ignoreRequest},
+    {"substring", ignoreRequest},{"sy", ignoreRequest},       {"tag", ignoreRequest},
+    {"taga", ignoreRequest},     {"tc", ignoreRequest},       {"tkf", ignoreRequest},
+    {"tl", tlRequest},           {"tm", tmRequest},           {"tm1", tmRequest},
+    {"tmc", tmRequest},          {"tr", ignoreRequest},       {"trf", ignoreRequest},
+    {"trin", ignoreRequest},     {"trnt", ignoreRequest},     {"troff", ignoreRequest},
+    {"uf", ignoreRequest},       {"unformat", ignoreRequest}, {"vpt", ignoreRequest},
+    {"warn", ignoreRequest},     {"warnscale", ignoreRequest},{"wh", ignoreRequest},
+    {"while", notSupportedRequest},{"write", ignoreRequest},    {"writec", ignoreRequest},
+    {"writem", ignoreRequest},
+};
+
+const RoffRequest* findRequest(std::string_view name) {
+    const RoffRequest* first = std::begin(kRequests);
+    const RoffRequest* last = std::end(kRequests);
+    const RoffRequest* found = std::lower_bound(
+        first, last, name, [](const RoffRequest& row, std::string_view key) { return row.name < key; });
+    return found != last && found->name == name ? found : nullptr;
+}
+
+// ---- Macro calls ---------------------------------------------------------------------------
+
+void callMacro(const Line& line, const std::string& body) {
+    roffSplitArgs(normalRest(line), scratch.args);
+    std::string expanded = roffSubstituteArgs(body, line.name, scratch.args.data(), scratch.args.size());
+    if (!expanded.empty() && expanded.back() != kNewline) expanded += static_cast<char>(kNewline);
+    TVUnread(expanded.data(), expanded.size());
+}
+
+}  // namespace
+
+bool roffIsDefined(std::string_view name) {
+    if (name.empty()) return false;
+    if (roffStringGet(name) || findRequest(name)) return true;
+    if (name.size() <= 2) {
+        std::string key(name);
+        return TVHasRule(key.c_str()) || TVStringGet(key.c_str());
+    }
+    return false;
+}
+
+void RoffDefine() {
+    // The table is searched by halves: keep it sorted.
+    for (size_t i = 1; i < std::size(kRequests); i++) {
+        if (std::string_view(kRequests[i - 1].name) >= kRequests[i].name) std::abort();
+    }
+    roffSetRegister("%", 1);
+    char resolved[PATH_MAX];
+    std::string document = driver.documentPath.empty() ? "." : driver.documentPath;
+    std::string folder = document;
+    if (!driver.documentPath.empty()) {
+        size_t slash = folder.rfind('/');
+        folder = slash == std::string::npos ? "." : slash == 0 ? "/" : folder.substr(0, slash);
+    }
+    roff.rootFolder = realpath(folder.c_str(), resolved) ? resolved : folder;
+    TVSetDocumentFolder(roff.rootFolder);
+}
+
+RoffLine RoffControlLine(int controlChar) {
+    // Inside a copy region the classic reader takes every line as it is.
+    if (tv.TVReturn.endCommand) return RoffLine::Classic;
+    std::string& raw = scratch.raw;
+    readRawLine(raw);
+    const char* p = raw.data();
+    const char* end = p + raw.size();
+    skipBlanks(p, end);
+    const char* nameStart = p;
+    const char escape = escapeChar();
+    while (p < end && *p != ' ' && *p != '\t' && !(escape != 0 && *p == escape)) p++;
+    // A line of only the control character, a comment or the end of a block.
+    if (p == nameStart) return RoffLine::Done;
+    std::string name(nameStart, p);
+    skipBlanks(p, end);
+    Line line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar};
+
+    if (const std::string* body = roffStringGet(name)) {
+        std::string copy = *body;  // the call may redefine the macro
+        callMacro(line, copy);
+        return RoffLine::Done;
+    }
+    if (const RoffRequest* request = findRequest(name)) {
+        if (request->handler(line)) return RoffLine::Done;
+    }
+    if (isNative(name)) {
+        roffSplitArgs(normalRest(line), scratch.args);
+        TVArgsEmpty();
+        RopeCatString(tv.TVArgs[0].get(), name.c_str());
+        for (size_t k = 0; k < scratch.args.size(); k++) {
+            Rope* rope = tv.TVArgs[k + 1 < kArgRopes ? k + 1 : kArgRopes - 1].get();
+            const std::string& arg = scratch.args[k];
+            // Packages hand text arguments back as lines: one that begins
+            // with a control character must stay text, as in troff, where
+            // the macro sets it after a font change. Numbers (.5i) stay.
+            bool isControl = arg[0] == tv.TVControlChar || arg[0] == tv.TVNoBreakControlChar;
+            if (isControl && !(arg.size() > 1 && arg[1] >= '0' && arg[1] <= '9')) {
+                RopeAppend(rope, escape != 0 ? escape : '\\');
+                RopeAppend(rope, '&');
+            }
+            RopeCatString(rope, arg.c_str());
+        }
+        return RoffLine::Dispatch;
+    }
+    roffWarnOnce("macro " + name, "Unknown macro or request " + name + "; line dropped.");
+    return RoffLine::Done;
+}
+
+void roffReset() {
+    roff = RoffState{};
+    scratch = Scratch{};
+}
