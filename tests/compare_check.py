@@ -108,12 +108,30 @@ def words(text):
     return collections.Counter(WORD_RE.findall(text))
 
 
+FAMILY_RE = re.compile(rb"<FFamily `([^']*)'>")
+
+
+def without_symbol_chars(vif):
+    """A character of the Symbol font (an arrow, a Greek letter, a math sign)
+    is no letter of the output character set: its Char statement becomes a
+    blank, so that its code does not read as an accented letter."""
+    lines = vif.split(b"\n")
+    family = b""
+    for i, line in enumerate(lines):
+        m = FAMILY_RE.search(line)
+        if m and line.lstrip().startswith(b"<Font"):
+            family = m.group(1)
+        elif family == b"Symbol" and line.startswith(b"\t<Char ") and b"HardReturn" not in line:
+            lines[i] = b"\t<String ` '>"
+    return b"\n".join(lines)
+
+
 def our_text(vif):
     """The text of the body of our VIF output, as str, and its problems.
     vifcheck has undone the String escapes and turned each Char into its byte;
     line ends and paragraph ends are white space. Bytes 128..255 are in the
-    output character set."""
-    r = vifcheck.check(vif)
+    output character set; the Symbol font's characters count as blanks."""
+    r = vifcheck.check(without_symbol_chars(vif))
     return to_ascii(r.text.decode("mac_roman")), r.problems
 
 

@@ -2,18 +2,28 @@
 """End-to-end case runner.
 
 A case is tests/<tree>/<area>/<topic>/<name>.tr with beside it:
-  <name>.vif     the exact standard output (required)
+  <name>.vif     the exact standard output
+  <name>.body    instead of <name>.vif: the exact body of the standard output,
+                 that is everything from the first line that begins with
+                 "<Para " (the first paragraph of the text, after the catalog,
+                 the document and the page statements) to the end; empty when
+                 the output has no such line. Written by hand, never by
+                 --update. A case has a .vif, a .body, or neither (then the
+                 standard output must be empty); with both, both are compared.
   <name>.err     the exact standard error (absent: empty)
   <name>.status  the exit status (absent: 0)
   <name>.args    the command-line words, one line, split like a shell would;
                  {in} stands for the path of the .tr file, {tmp} for the case's
                  own temporary directory. Standard input is the .tr file.
+Only .tr files are cases: a file that a case includes sits beside it under
+another extension (for example <name>.inc).
 Each case runs with TMPDIR set to a fresh directory, which must be empty again
 afterwards: the converter removes its temporary files on every path.
 
   run_cases.py --program BIN DIR-OR-CASE...   run the cases found
   run_cases.py --program BIN --update DIR     rewrite expected files; only for
-                                              the captured regression tree
+                                              the captured regression tree, and
+                                              never a case that has a .body
 """
 import argparse
 import difflib
@@ -48,6 +58,15 @@ def read(path, default=b""):
         return default
 
 
+def body(output):
+    """The output from its first line that begins with "<Para " to the end."""
+    lines = output.splitlines(True)
+    for index, line in enumerate(lines):
+        if line.startswith(b"<Para "):
+            return b"".join(lines[index:])
+    return b""
+
+
 def diff(expected, actual, label):
     lines = difflib.unified_diff(
         expected.decode("latin-1").splitlines(True),
@@ -71,6 +90,8 @@ def run_case(program, base, update):
                 return ["timed out"]
         left = os.listdir(tmpdir)
     if update:
+        if os.path.exists(base + ".body"):
+            return []  # hand-written expectations are never rewritten
         with open(base + ".vif", "wb") as f:
             f.write(proc.stdout)
         for suffix, data, empty in ((".err", proc.stderr, b""),
@@ -85,7 +106,12 @@ def run_case(program, base, update):
     status = int(read(base + ".status", b"0").strip() or 0)
     if proc.returncode != status:
         problems.append("exit status %d, expected %d" % (proc.returncode, status))
-    for suffix, actual in ((".vif", proc.stdout), (".err", proc.stderr)):
+    checks = [(".err", proc.stderr)]
+    if os.path.exists(base + ".body"):
+        checks.insert(0, (".body", body(proc.stdout)))
+    if os.path.exists(base + ".vif") or not os.path.exists(base + ".body"):
+        checks.insert(0, (".vif", proc.stdout))
+    for suffix, actual in checks:
         expected = read(base + suffix)
         if expected != actual:
             problems.append(diff(expected, actual, suffix))

@@ -95,6 +95,9 @@ struct TVState {
     std::unique_ptr<Rope> TVArgs[kArgRopes];
     TVReturnRecord TVReturn;
     ArgValue TVArg1, TVArg2, TVArg3, TVArg4, TVArg5, TVArg6, TVArg7, TVArg8, TVArg9;
+    // The full mode's tr: what each byte of text is written as; null when
+    // nothing is translated.
+    const unsigned char* TVTranslation = nullptr;
 };
 extern TVState tv;
 

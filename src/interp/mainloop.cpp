@@ -254,9 +254,13 @@ void doIt() {
 
         // Text. In the full mode a byte above 127 from the input starts a
         // UTF-8 sequence.
-        if (c < 0 && !isLiteral && driver.isFull) {
-            c = RoffTextByte(c);
-            if (c < 0) continue;
+        if (driver.isFull && !isLiteral) {
+            if (c < 0) {
+                c = RoffTextByte(c);
+                if (c < 0) continue;
+            } else if (tv.TVTranslation && c != kNewline) {
+                c = tv.TVTranslation[c];
+            }
         }
         bool isWritten = true;
         if (c == ' ' || c == kNewline || c == kTab) {

@@ -552,7 +552,7 @@ void linkOpen() {
 }
 
 void linkClose() {
-    std::string text = s.linkHasText ? " <" + s.linkAddress + ">" : s.linkAddress;
+    std::string text = s.linkHasText ? "<" + s.linkAddress + ">" : s.linkAddress;
     pushLines("\\&" + text + argText(1) + "\n");
     s.linkAddress.clear();
 }
@@ -560,6 +560,12 @@ void linkClose() {
 // MR: a reference to another page, name(section) with the name in italics.
 void MR() {
     pushLines("\\fI" + argText(1) + "\\fR(" + argText(2) + ")" + argText(3) + "\n");
+}
+
+// SB: small bold, two points smaller.
+void SB() {
+    B();
+    tv.TVSize -= 2;
 }
 
 constexpr ManRule manFullRules[] = {
@@ -574,7 +580,7 @@ constexpr ManRule manFullRules[] = {
     {"ME", RuleKind::Plain, "", linkClose},
     {"MR", RuleKind::Plain, "", MR},
     {"TQ", RuleKind::Numerical, "m", TP},
-    {"SB", RuleKind::Plain, "", B},
+    {"SB", RuleKind::Plain, "", SB},
     {"P", RuleKind::Plain, "", PP},
 };
 

@@ -133,6 +133,11 @@ void TVDefineRule(const char* name, Handler handler) { ruleNew(name, handler, ""
 
 bool TVHasRule(const char* name) { return name && ruleFind(name) != nullptr; }
 
+const char* TVRuleUnits(const char* name) {
+    const Rule* rule = name ? ruleFind(name) : nullptr;
+    return rule ? rule->units : nullptr;
+}
+
 void TVDefineNumericalRule(const char* name, Handler handler, const char* units) {
     ruleNew(name, handler, units, false);
 }

@@ -19,6 +19,9 @@ struct Rule {
 void TVDefineRule(const char* name, Handler handler);
 // True when a rule of that one- or two-character name exists.
 bool TVHasRule(const char* name);
+// The default units of the rule's arguments ("" for none), or null when the
+// name has no rule.
+const char* TVRuleUnits(const char* name);
 void TVDefineNumericalRule(const char* name, Handler handler, const char* units);
 void TVDefineSemiNumericalRule(const char* name, Handler handler, const char* units);
 

@@ -90,7 +90,9 @@ void pushGlyph(const Glyph& g) {
         pushText(g.text);
         return;
     }
-    if (g.code == 0) return;
+    // The byte 255 would read back as the end of the input: the one
+    // character there (the caron) is left out.
+    if (g.code == 0 || g.code == 255) return;
     if (g.isSymbol) tv.TVReturn.isSymbol = true;
     pushLiteral(g.code);
 }
@@ -403,6 +405,17 @@ bool RoffEscape(int letter, char lastOut) {
             }
             return true;
         }
+        case 'c': {
+            // The rest of the line goes and the next line joins this one;
+            // what waits for the end of the line (a font macro's return to
+            // roman, the alternation of fonts) ends here, as at a newline.
+            int c;
+            do c = TVGetc(); while (c != kNewline && c != -1);
+            fireWordTraps(true);
+            fireLineTraps();
+            TVReturnReset();
+            return true;
+        }
         case 'E':
             push(tv.TVEscapeChar);
             return true;
@@ -436,7 +449,10 @@ bool RoffEscape(int letter, char lastOut) {
         case 'R':
             setRegister();
             return true;
-        case 'k': case 'Y': case 'V': case 'g': case 'm': case 'M': case 'F': case 'O':
+        case 'g':
+            if (readName(text)) pushText(roffRegisterFormat(text));
+            return true;
+        case 'k': case 'Y': case 'V': case 'm': case 'M': case 'F': case 'O':
             readName(text);
             return true;
         default:

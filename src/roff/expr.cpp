@@ -16,8 +16,9 @@ constexpr int kMaxParentheses = 64;
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-// Basic units (300 to the inch) in one of `unit`, or 0 for no unit letter.
-double unitFactor(char unit) {
+}  // namespace
+
+double roffUnitFactor(char unit) {
     switch (unit) {
         case 'i': return 300;
         case 'c': return 300 / 2.54;
@@ -32,6 +33,10 @@ double unitFactor(char unit) {
         default: return 0;
     }
 }
+
+namespace {
+
+double unitFactor(char unit) { return roffUnitFactor(unit); }
 
 int64_t clampToInt(double value) {
     constexpr double kMax = static_cast<double>(std::numeric_limits<int32_t>::max());
@@ -229,9 +234,11 @@ bool roffCondition(const char*& p, const char* end) {
     char c = *p;
     switch (c) {
         // The converter answers as a formatter for terminals would: nroff,
-        // not troff; page parity and vroff are never true.
+        // not troff, and never vroff.
         case 'n': p++; result = true; break;
-        case 't': case 'o': case 'e': case 'v': p++; result = false; break;
+        // The first page is odd: mandoc and groff's terminal output agree.
+        case 'o': p++; result = true; break;
+        case 't': case 'e': case 'v': p++; result = false; break;
         case 'c': p++; result = characterCondition(p, end); break;
         case 'd': p++; result = roffIsDefined(readWord(p, end)); break;
         case 'r': {

@@ -162,6 +162,16 @@ std::string roffRegisterText(std::string_view name, int step) {
     return std::to_string(value);
 }
 
+std::string roffRegisterFormat(std::string_view name) {
+    auto found = roff.registers.find(std::string(name));
+    if (found == roff.registers.end()) return "";
+    std::string format = found->second.format;
+    for (char& c : format) {
+        if (c >= '0' && c <= '9') c = '0';
+    }
+    return format;
+}
+
 bool roffRegisterValue(std::string_view name, int64_t& value) {
     auto found = roff.registers.find(std::string(name));
     if (found != roff.registers.end()) {
@@ -194,8 +204,22 @@ bool roffReadName(const char*& p, const char* end, std::string& name, std::strin
         return true;
     }
     const char* start = p;
-    while (p < end && *p != ']' && !(rest && (*p == ' ' || *p == '\t'))) p++;
+    // A name may hold escapes of its own (\n[a\n[b]]): brackets nest, and
+    // the name is what they interpolate to.
+    int depth = 0;
+    bool hasEscape = false;
+    while (p < end && (*p != ']' || depth > 0) && !(rest && depth == 0 && (*p == ' ' || *p == '\t'))) {
+        if (*p == '\\') hasEscape = true;
+        if (*p == '[') depth++;
+        if (*p == ']') depth--;
+        p++;
+    }
     name.assign(start, static_cast<size_t>(p - start));
+    if (hasEscape) {
+        std::string inner;
+        roffInterpolate(name, inner, false, kMaxInterpolationDepth - 1);
+        name = std::move(inner);
+    }
     if (rest && p < end && *p != ']') {
         // Arguments of a string call: up to the closing bracket, escapes
         // and nested brackets included.

@@ -55,8 +55,8 @@ Scratch scratch;
 char escapeChar() { return tv.TVEscapeChar; }
 
 // Reads the rest of the current input line, up to and without its newline:
-// an escaped newline joins the next line, a comment (\") ends the line and
-// \# ends it and joins the next. False at the end of input with nothing read.
+// an escaped newline joins the next line, a comment (\") ends the line, \#
+// ends it and joins the next, and \. is a period. False at the end of input with nothing read.
 bool readRawLine(std::string& out) {
     out.clear();
     const char escape = escapeChar();
@@ -73,6 +73,10 @@ bool readRawLine(std::string& out) {
                 return true;
             }
             if (d == kNewline) continue;
+            if (d == '.') {  // an escaped period is a period, even one that ends a definition
+                out += '.';
+                continue;
+            }
             if (d == '"' || d == '#') {
                 int e;
                 do e = TVGetc(); while (e != kNewline && e != -1);
@@ -231,11 +235,18 @@ bool isEndLine(const std::string& raw, std::string_view endName) {
 }
 
 // Reads the lines of a definition up to its end line; `body` gets them in
-// copy mode (null: they are skipped).
+// copy mode (null: they are skipped). An end other than ".." is a macro
+// call of its own: its line is read again once the definition is made.
 void readBody(std::string_view endName, std::string* body) {
     std::string raw;
     while (readRawLine(raw)) {
-        if (isEndLine(raw, endName)) return;
+        if (isEndLine(raw, endName)) {
+            if (endName != ".") {
+                raw += static_cast<char>(kNewline);
+                TVUnread(raw.data(), raw.size());
+            }
+            return;
+        }
         if (body) {
             roffInterpolate(raw, *body, true);
             *body += static_cast<char>(kNewline);
@@ -598,6 +609,34 @@ bool tsRequest(const Line&) {
     return true;
 }
 
+// nf and fi begin a new paragraph, which starts in its format's font: the
+// font in force (a verbatim block's Courier, set just before) becomes that.
+bool fillRequest(const Line&) {
+    if (tv.TVPgf.mask & bit(PgfBit::PgfForceFont)) {
+        // The size travels in the field only, as the packages keep it.
+        tv.TVPgf.font = tv.TVFamilyStyle;
+        tv.TVPgf.font.FSize = tv.TVSize;
+    }
+    return false;
+}
+
+// tr: pairs of characters, the first of each written as the second; an odd
+// one out becomes a blank.
+bool trRequest(const Line& line) {
+    const std::string& rest = normalRest(line);
+    std::string_view pairs = firstWord(rest);
+    for (size_t i = 0; i < pairs.size(); i += 2) {
+        unsigned char from = static_cast<unsigned char>(pairs[i]);
+        char to = i + 1 < pairs.size() ? pairs[i + 1] : ' ';
+        if (from == static_cast<unsigned char>(escapeChar()) || to == escapeChar()) break;
+        roff.tr[from] = static_cast<unsigned char>(to);
+    }
+    bool isIdentity = true;
+    for (int c = 0; c < 256; c++) isIdentity = isIdentity && roff.tr[c] == c;
+    tv.TVTranslation = isIdentity ? nullptr : roff.tr;
+    return true;
+}
+
 // Requests that change nothing a document keeps: layout for a printer,
 // hyphenation, environments, diversions, traps, colours, output control.
 bool ignoreRequest(const Line&) { return true; }
@@ -619,39 +658,40 @@ constexpr RoffRequest kRequests[] = {
     {"el", elRequest},           {"em", ignoreRequest},       {"ev", ignoreRequest},
     {"evc", ignoreRequest},      {"ex", exRequest},           {"fam", ignoreRequest},
     {"fc", ignoreRequest},       {"fchar", ignoreRequest},    {"fcolor", ignoreRequest},
-    {"fl", ignoreRequest},       {"fschar", ignoreRequest},   {"fspecial", ignoreRequest},
-    {"ft", ftRequest},           {"ftr", ignoreRequest},      {"fzoom", ignoreRequest},
-    {"gcolor", ignoreRequest},   {"hcode", ignoreRequest},    {"hla", ignoreRequest},
-    {"hlm", ignoreRequest},      {"hpf", ignoreRequest},      {"hpfa", ignoreRequest},
-    {"hpfcode", ignoreRequest},  {"hw", ignoreRequest},       {"hym", ignoreRequest},
-    {"hys", ignoreRequest},      {"ie", ieRequest},           {"if", ifRequest},
-    {"ig", igRequest},           {"it", ignoreRequest},       {"itc", ignoreRequest},
-    {"kern", ignoreRequest},     {"lc", ignoreRequest},       {"length", ignoreRequest},
-    {"lf", ignoreRequest},       {"lg", ignoreRequest},       {"linetabs", ignoreRequest},
-    {"lsm", ignoreRequest},      {"lt", ignoreRequest},       {"mc", ignoreRequest},
-    {"mk", ignoreRequest},       {"mso", notSupportedRequest},{"msoquiet", ignoreRequest},
-    {"ne", ignoreRequest},       {"nm", ignoreRequest},       {"nn", ignoreRequest},
-    {"nop", nopRequest},         {"nr", nrRequest},           {"nroff", ignoreRequest},
-    {"nx", exRequest},           {"open", ignoreRequest},     {"opena", ignoreRequest},
-    {"os", ignoreRequest},       {"output", ignoreRequest},   {"pc", ignoreRequest},
-    {"pev", ignoreRequest},      {"pi", ignoreRequest},       {"pl", ignoreRequest},
-    {"pm", ignoreRequest},       {"pn", ignoreRequest},       {"pnr", ignoreRequest},
-    {"pso", notSupportedRequest},{"ptr", ignoreRequest},      {"pvs", ignoreRequest},
-    {"rchar", ignoreRequest},    {"return", ignoreRequest},   {"rj", ignoreRequest},
-    {"rm", rmRequest},           {"rn", rnRequest},           {"rnn", rnnRequest},
-    {"rr", rrRequest},           {"rt", ignoreRequest},       {"schar", ignoreRequest},
-    {"shc", ignoreRequest},      {"shift", ignoreRequest},    {"sizes", ignoreRequest},
-    {"so", soRequest},           {"soquiet", soRequest},      {"special", ignoreRequest},
-    {"spreadwarn", ignoreRequest},{"ss", ignoreRequest},       {"sty", ignoreRequest},
-    {"substring", ignoreRequest},{"sy", ignoreRequest},       {"tag", ignoreRequest},
-    {"taga", ignoreRequest},     {"tc", ignoreRequest},       {"tkf", ignoreRequest},
-    {"tl", tlRequest},           {"tm", tmRequest},           {"tm1", tmRequest},
-    {"tmc", tmRequest},          {"tr", ignoreRequest},       {"trf", ignoreRequest},
-    {"trin", ignoreRequest},     {"trnt", ignoreRequest},     {"troff", ignoreRequest},
-    {"uf", ignoreRequest},       {"unformat", ignoreRequest}, {"vpt", ignoreRequest},
-    {"warn", ignoreRequest},     {"warnscale", ignoreRequest},{"wh", ignoreRequest},
-    {"while", notSupportedRequest},{"write", ignoreRequest},    {"writec", ignoreRequest},
-    {"writem", ignoreRequest},
+    {"fi", fillRequest},         {"fl", ignoreRequest},       {"fschar", ignoreRequest},
+    {"fspecial", ignoreRequest}, {"ft", ftRequest},           {"ftr", ignoreRequest},
+    {"fzoom", ignoreRequest},    {"gcolor", ignoreRequest},   {"hcode", ignoreRequest},
+    {"hla", ignoreRequest},      {"hlm", ignoreRequest},      {"hpf", ignoreRequest},
+    {"hpfa", ignoreRequest},     {"hpfcode", ignoreRequest},  {"hw", ignoreRequest},
+    {"hy", ignoreRequest},       {"hym", ignoreRequest},      {"hys", ignoreRequest},
+    {"ie", ieRequest},           {"if", ifRequest},           {"ig", igRequest},
+    {"it", ignoreRequest},       {"itc", ignoreRequest},      {"kern", ignoreRequest},
+    {"lc", ignoreRequest},       {"length", ignoreRequest},   {"lf", ignoreRequest},
+    {"lg", ignoreRequest},       {"linetabs", ignoreRequest}, {"lsm", ignoreRequest},
+    {"lt", ignoreRequest},       {"mc", ignoreRequest},       {"mk", ignoreRequest},
+    {"mso", notSupportedRequest},{"msoquiet", ignoreRequest}, {"ne", ignoreRequest},
+    {"nf", fillRequest},         {"nh", ignoreRequest},       {"nm", ignoreRequest},
+    {"nn", ignoreRequest},       {"nop", nopRequest},         {"nr", nrRequest},
+    {"nroff", ignoreRequest},    {"nx", exRequest},           {"open", ignoreRequest},
+    {"opena", ignoreRequest},    {"os", ignoreRequest},       {"output", ignoreRequest},
+    {"pc", ignoreRequest},       {"pev", ignoreRequest},      {"pi", ignoreRequest},
+    {"pl", ignoreRequest},       {"pm", ignoreRequest},       {"pn", ignoreRequest},
+    {"pnr", ignoreRequest},      {"pso", notSupportedRequest},{"ptr", ignoreRequest},
+    {"pvs", ignoreRequest},      {"rchar", ignoreRequest},    {"return", ignoreRequest},
+    {"rj", ignoreRequest},       {"rm", rmRequest},           {"rn", rnRequest},
+    {"rnn", rnnRequest},         {"rr", rrRequest},           {"rt", ignoreRequest},
+    {"schar", ignoreRequest},    {"shc", ignoreRequest},      {"shift", ignoreRequest},
+    {"sizes", ignoreRequest},    {"so", soRequest},           {"soquiet", soRequest},
+    {"special", ignoreRequest},  {"spreadwarn", ignoreRequest},{"ss", ignoreRequest},
+    {"sty", ignoreRequest},      {"substring", ignoreRequest},{"sy", ignoreRequest},
+    {"tag", ignoreRequest},      {"taga", ignoreRequest},     {"tc", ignoreRequest},
+    {"tkf", ignoreRequest},      {"tl", tlRequest},           {"tm", tmRequest},
+    {"tm1", tmRequest},          {"tmc", tmRequest},          {"tr", trRequest},
+    {"trf", ignoreRequest},      {"trin", ignoreRequest},     {"trnt", ignoreRequest},
+    {"troff", ignoreRequest},    {"uf", ignoreRequest},       {"unformat", ignoreRequest},
+    {"vpt", ignoreRequest},      {"warn", ignoreRequest},     {"warnscale", ignoreRequest},
+    {"wh", ignoreRequest},       {"while", notSupportedRequest},{"write", ignoreRequest},
+    {"writec", ignoreRequest},   {"writem", ignoreRequest},
 };
 
 const RoffRequest* findRequest(std::string_view name) {
@@ -660,6 +700,42 @@ const RoffRequest* findRequest(std::string_view name) {
     const RoffRequest* found = std::lower_bound(
         first, last, name, [](const RoffRequest& row, std::string_view key) { return row.name < key; });
     return found != last && found->name == name ? found : nullptr;
+}
+
+// ---- Arguments for the rule table ---------------------------------------------------------
+
+// A number as the rule table reads it: a sign, digits with a point, and one
+// unit letter at most.
+bool isPlainNumber(std::string_view arg) {
+    size_t i = arg.size() > 0 && (arg[0] == '+' || arg[0] == '-') ? 1 : 0;
+    bool hasDigit = false;
+    for (; i < arg.size(); i++) {
+        char c = arg[i];
+        if ((c >= '0' && c <= '9') || c == '.') {
+            hasDigit = true;
+            continue;
+        }
+        return hasDigit && i + 1 == arg.size() && roffUnitFactor(c) != 0;
+    }
+    return hasDigit;
+}
+
+// An expression in a numeric argument (\w'...'u+2n, \n[x]u, 1+1) becomes the
+// number it stands for in the argument's default unit, keeping a sign that
+// makes it relative.
+void evaluateNumericArg(std::string& arg, char unit) {
+    if (arg.empty() || isPlainNumber(arg)) return;
+    double factor = roffUnitFactor(unit);
+    if (factor == 0) return;
+    const char* p = arg.data();
+    const char* end = p + arg.size();
+    std::string sign;
+    if (*p == '+' || *p == '-') sign = *p++;
+    int64_t value = 0;
+    if (!roffExpression(p, end, unit, value) || p != end) return;
+    char number[64];
+    std::snprintf(number, sizeof number, "%.4f%c", static_cast<double>(value) / factor, unit);
+    arg = sign + number;
 }
 
 // ---- Macro calls ---------------------------------------------------------------------------
@@ -684,6 +760,7 @@ bool roffIsDefined(std::string_view name) {
 }
 
 void RoffDefine() {
+    for (int c = 0; c < 256; c++) roff.tr[c] = static_cast<unsigned char>(c);
     // The table is searched by halves: keep it sorted.
     for (size_t i = 1; i < std::size(kRequests); i++) {
         if (std::string_view(kRequests[i - 1].name) >= kRequests[i].name) std::abort();
@@ -727,6 +804,18 @@ RoffLine RoffControlLine(int controlChar) {
     }
     if (isNative(name)) {
         roffSplitArgs(normalRest(line), scratch.args);
+        // The rules take nine arguments: the ninth gets the rest, so that a
+        // heading of many words keeps them all.
+        constexpr size_t kRuleArgs = 9;
+        while (scratch.args.size() > kRuleArgs) {
+            scratch.args[kRuleArgs - 1] += ' ' + scratch.args[kRuleArgs];
+            scratch.args.erase(scratch.args.begin() + kRuleArgs);
+        }
+        if (const char* units = TVRuleUnits(name.c_str())) {
+            for (size_t k = 0; k < scratch.args.size() && units[k] != '\0'; k++) {
+                evaluateNumericArg(scratch.args[k], units[k]);
+            }
+        }
         TVArgsEmpty();
         RopeCatString(tv.TVArgs[0].get(), name.c_str());
         for (size_t k = 0; k < scratch.args.size(); k++) {
@@ -740,7 +829,15 @@ RoffLine RoffControlLine(int controlChar) {
                 RopeAppend(rope, escape != 0 ? escape : '\\');
                 RopeAppend(rope, '&');
             }
-            RopeCatString(rope, arg.c_str());
+            // An escaped blank stays an escape whatever the package does
+            // with the blanks of an argument.
+            for (size_t i = 0; i < arg.size(); i++) {
+                RopeAppend(rope, arg[i]);
+                if (arg[i] == escape && escape != 0 && i + 1 < arg.size()) {
+                    RopeAppend(rope, arg[i + 1] == ' ' ? '~' : arg[i + 1]);
+                    i++;
+                }
+            }
         }
         return RoffLine::Dispatch;
     }

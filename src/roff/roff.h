@@ -44,11 +44,17 @@ int RoffTextByte(int c);
 // Returns false when no expression starts there. Values are in basic units
 // (300 to the inch).
 bool roffExpression(const char*& p, const char* end, char defaultUnit, int64_t& value);
+// Basic units in one `unit` ('i', 'c', 'p', 'P', 'm', 'n', 'v', 'u', ...), or 0
+// for a letter that is no unit.
+double roffUnitFactor(char unit);
 // Evaluates the condition of if/ie/while at `p`, advancing past it.
 bool roffCondition(const char*& p, const char* end);
 // A register's value as troff formats it (af), after adding `step` times its
 // increment (\n+ and \n-); an unknown register is 0.
 std::string roffRegisterText(std::string_view name, int step = 0);
+// A register's format as \g gives it (digits as zeros, "i", "A", ...); ""
+// for an unknown register.
+std::string roffRegisterFormat(std::string_view name);
 // A register's value; false (and 0) for an unknown name.
 bool roffRegisterValue(std::string_view name, int64_t& value);
 void roffSetRegister(std::string_view name, int64_t value);
