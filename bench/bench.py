@@ -5,18 +5,20 @@
 
 1. Manual pages, one process per page: the same fixed sample of installed
    pages (every k-th page of the sorted list, as the corpus check picks them),
-   decompressed once into a temporary directory, converted by trofftovif -man,
-   mandoc -T html and groff -man -T utf8, and read by cat as the baseline cost
-   of one process per page. Pages per second and MB/s of input.
+   decompressed once into a temporary directory, converted by trofftovif -man
+   (the classic mode) and trofftovif --full -man (the full mode), mandoc -T
+   html and groff -man -T utf8, and read by cat as the baseline cost of one
+   process per page. Pages per second and MB/s of input.
 2. The ms and me papers of tests/data/corpus, one at a time and joined (the ms
    papers into one input, the me papers into another): time and peak memory
-   for trofftovif and groff.
-3. One large input: --big pages joined, for trofftovif, mandoc and groff:
-   bytes per second and peak memory.
+   for trofftovif in both modes and groff.
+3. One large input: --big pages joined, for trofftovif in both modes, mandoc
+   and groff: bytes per second and peak memory.
 4. The whole manual tree: trofftovif-tree (beside --program, one worker per
-   core) into a fresh folder, against mandoc -T html run over every file of
-   the section folders in as few processes as the argument limit allows
-   (xargs), its output discarded. Pages per second.
+   core) into a fresh folder, in the full mode (its default) and with
+   --classic, against mandoc -T html run over every file of the section
+   folders in as few processes as the argument limit allows (xargs), its
+   output discarded. Pages per second.
 Times are wall-clock and CPU (user + system of the process and what it ran);
 on a shared machine the CPU figures are the steadier. A tool that is not
 installed is listed as skipped. The results go to bench/results.md.
@@ -79,6 +81,7 @@ def tools(program):
     """name -> (command for one input file given as argv, or None if absent)."""
     found = {}
     found["trofftovif"] = lambda pkg, f: [program, pkg, f]
+    found["trofftovif --full"] = lambda pkg, f: [program, "--full", pkg, f]
     if shutil.which("mandoc"):
         found["mandoc"] = lambda pkg, f: ["mandoc", "-T", "html", f]
     if shutil.which("groff"):
@@ -123,7 +126,7 @@ def bench_pages(found, files, lines):
               "%d pages, %.2f MB of input." % (len(files), mb(size)), "",
               "| tool | failed | wall s | CPU s | pages/s (wall) | pages/s (CPU) | MB/s (wall) | MB/s (CPU) |",
               "|---|---|---|---|---|---|---|---|"]
-    for name in ("trofftovif", "mandoc", "groff", "cat"):
+    for name in ("trofftovif", "trofftovif --full", "mandoc", "groff", "cat"):
         if name not in found:
             lines.append("| %s | skipped: not installed | | | | | | |" % name)
             continue
@@ -143,9 +146,10 @@ def bench_pages(found, files, lines):
 
 def bench_papers(found, d, lines):
     papers = corpus_check.paper_list()
+    tools = ("trofftovif", "trofftovif --full", "groff")
     lines += ["## ms and me papers", "",
-              "| document | KB | trofftovif wall s | CPU s | peak KiB | groff wall s | CPU s | peak KiB |",
-              "|---|---|---|---|---|---|---|---|"]
+              "| document | KB | " + " | ".join("%s wall s | CPU s | peak KiB" % t for t in tools) + " |",
+              "|---|---|" + "---|---|---|" * len(tools)]
     joined = {"-ms": os.path.join(d, "all.ms"), "-me": os.path.join(d, "all.me")}
     for f in joined.values():
         open(f, "wb").close()
@@ -159,7 +163,7 @@ def bench_papers(found, d, lines):
              ("all %d me papers joined" % sum(r[2] == "-me" for r in rows), joined["-me"], "-me")]
     for name, path, pkg in rows:
         cells = ["%s" % name, "%.0f" % (os.path.getsize(path) / 1e3)]
-        for tool in ("trofftovif", "groff"):
+        for tool in tools:
             if tool not in found:
                 cells += ["skipped: not installed", "", ""]
                 continue
@@ -181,7 +185,7 @@ def bench_big(found, files, d, lines):
               "%d pages joined, %.2f MB." % (len(files), mb(size)), "",
               "| tool | exit | wall s | CPU s | MB/s (wall) | MB/s (CPU) | peak KiB |",
               "|---|---|---|---|---|---|---|"]
-    for name in ("trofftovif", "mandoc", "groff"):
+    for name in ("trofftovif", "trofftovif --full", "mandoc", "groff"):
         if name not in found:
             lines.append("| %s | skipped: not installed | | | | | |" % name)
             continue
@@ -207,20 +211,25 @@ def bench_tree(tree, d, lines):
               "| tool | pages | exit | wall s | CPU s | pages/s (wall) | pages/s (CPU) |",
               "|---|---|---|---|---|---|---|"]
     jobs = os.cpu_count() or 1
-    summary = os.path.join(d, "tree-summary.txt")
-    start = time.monotonic()
-    with open(summary, "wb") as err:
-        proc = subprocess.Popen([tree, "-q", "-j", str(jobs), corpus_check.MAN_DIR, os.path.join(d, "tree")],
-                                stdout=subprocess.DEVNULL, stderr=err)
-        _, status, usage = os.wait4(proc.pid, 0)
-    wall = time.monotonic() - start
-    cpu = usage.ru_utime + usage.ru_stime
-    with open(summary) as f:
-        text = f.read()
-    converted = int(text.split(" converted")[0].split()[-1]) if " converted" in text else 0
-    lines.append("| trofftovif-tree -j %d | %d converted | %d | %.2f | %.2f | %.0f | %.0f |" % (
-        jobs, converted, os.waitstatus_to_exitcode(status), wall, cpu, converted / wall, converted / max(cpu, 1e-9)))
-    print(lines[-1], flush=True)
+    summaries = []
+    for label, extra in (("", []), (" --classic", ["--classic"])):
+        summary = os.path.join(d, "tree-summary%s.txt" % label.replace(" ", ""))
+        start = time.monotonic()
+        with open(summary, "wb") as err:
+            proc = subprocess.Popen([tree, "-q", "-j", str(jobs)] + extra +
+                                    [corpus_check.MAN_DIR, os.path.join(d, "tree" + label.replace(" ", ""))],
+                                    stdout=subprocess.DEVNULL, stderr=err)
+            _, status, usage = os.wait4(proc.pid, 0)
+        wall = time.monotonic() - start
+        cpu = usage.ru_utime + usage.ru_stime
+        with open(summary) as f:
+            text = f.read()
+        summaries.append((label, text))
+        converted = int(text.split(" converted")[0].split()[-1]) if " converted" in text else 0
+        lines.append("| trofftovif-tree%s -j %d | %d converted | %d | %.2f | %.2f | %.0f | %.0f |" % (
+            label, jobs, converted, os.waitstatus_to_exitcode(status), wall, cpu, converted / wall,
+            converted / max(cpu, 1e-9)))
+        print(lines[-1], flush=True)
     if shutil.which("mandoc"):
         listing = os.path.join(d, "pages.list")
         with open(listing, "wb") as f:
@@ -231,7 +240,9 @@ def bench_tree(tree, d, lines):
         print(lines[-1], flush=True)
     else:
         lines.append("| mandoc | skipped: not installed | | | | | |")
-    lines += ["", "trofftovif-tree's summary: " + " / ".join(l for l in text.splitlines() if l), ""]
+    lines.append("")
+    for label, text in summaries:
+        lines += ["trofftovif-tree%s's summary: " % label + " / ".join(l for l in text.splitlines() if l), ""]
 
 
 def main(argv=None):

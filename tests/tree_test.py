@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
 """End-to-end test of trofftovif-tree on a small tree built here: plain and
 gzip-compressed pages, .so stubs and a symbolic link, an mdoc page, a damaged
-gzip file, a converter that fails; then a second, incremental run.
+gzip file, a converter that fails; then a second, incremental run; the full
+mode (the default) against --classic; and a hostile tree whose pages include
+files outside their folder, a folder, a device, a FIFO and themselves.
   tree_test.py --tree BIN --program CONVERTER
 """
 import argparse
 import gzip
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -66,8 +69,130 @@ def read(path):
         return None
 
 
-def direct(program, option, data):
-    return subprocess.run([program, option], input=data, capture_output=True).stdout
+def direct(program, options, data):
+    return subprocess.run([program] + options, input=data, capture_output=True).stdout
+
+
+# A page with a macro definition and a conditional: the full mode interprets
+# them, the classic one hands them back as text.
+DEFINING_PAGE = (b".TH DEF 1\n.SH NAME\ndef \\- a page\n.de XX\nDefined \\\\$1 text.\n..\n"
+                 b".XX macro\n.if n Conditional text.\n")
+
+
+def check_modes(args, tmp):
+    src = tmp + "/modes/src"
+    write(src + "/man1/def.1", DEFINING_PAGE)
+    write(src + "/man1/bsd.1", b".Dd January 1, 2020\n.Dt BSD 1\n.Sh NAME\n")
+    rep = tmp + "/modes/report.tsv"
+    outputs = {}
+    for mode, extra in (("full", []), ("classic", ["--classic"])):
+        for how, program in (("here", []), ("program", ["--program", args.program])):
+            dst = "%s/modes/%s-%s" % (tmp, mode, how)
+            proc = run(args.tree, ["-q", "--report", rep] + extra + program + [src, dst], 0)
+            lines = report(rep)
+            check(lines["man1/def.1"][1] == "converted", "%s/%s: page converted" % (mode, how))
+            check(lines["man1/bsd.1"][1] == "skipped: mdoc page (no mdoc package)",
+                  "%s/%s: mdoc page still skipped: %s" % (mode, how, lines["man1/bsd.1"]))
+            check(b"1 skipped: mdoc page" in proc.stderr, "%s/%s: mdoc skip counted" % (mode, how))
+            outputs[mode, how] = read(dst + "/man1/def.1.vif")
+    full, classic = outputs["full", "here"], outputs["classic", "here"]
+    check(full == direct(args.program, ["--full", "-man"], DEFINING_PAGE),
+          "the default is the full mode, as the program's --full gives it")
+    check(classic == direct(args.program, ["-man"], DEFINING_PAGE),
+          "--classic gives the classic converter's output byte for byte")
+    check(outputs["full", "program"] == full, "--program runs the program with --full")
+    check(outputs["classic", "program"] == classic, "--program --classic runs the program without --full")
+    check(b"Defined macro text." in full and b"Conditional text." in full, "full mode interprets .de and .if")
+    check(b"$1" not in full and b".XX" not in full, "no troff source left in the full mode's output")
+    check(b"$1" in classic and b".XX" in classic, "the classic mode shows the troff source")
+
+
+# Pages whose includes reach for what is not theirs. Each page is
+# ".TH\nBefore.\n.so NAME\nAfter.\n"; every one must convert with one warning
+# naming the include, read nothing from outside its folder, and go on after it.
+MARKER = b"OUTSIDE-THE-TREE-MARKER"
+
+
+def build_hostile_tree(tmp):
+    src = tmp + "/hostile/src"
+    # Files outside the tree, which no page may bring in: ../../etc/passwd
+    # from a section folder is this one.
+    write(tmp + "/hostile/etc/passwd", MARKER + b" from the relative path\n")
+    write(tmp + "/hostile/secret.txt", MARKER + b" from the absolute path\n")
+    pages = {
+        "relative.1": ("../../etc/passwd", "outside the document's folder"),
+        "absolute.1": (tmp + "/hostile/secret.txt", "outside the document's folder"),
+        # Up to the root of the file system, and down to the system's file.
+        "climbing.1": ("../" * 40 + "etc/passwd", "outside the document's folder"),
+        "system.1": ("/etc/passwd", "outside the document's folder"),
+        "link.1": ("link.inc", "outside the document's folder"),
+        "upward.1": ("../man5/page.5", "outside the document's folder"),
+        "folder.1": ("sub", "not a regular file"),
+        "fifo.1": ("fifo.inc", "not a regular file"),
+        "zero.1": ("/dev/zero", "outside the document's folder"),
+        "missing.1": ("missing.inc", "No such file or directory"),
+        "self.1": ("self.1", None),
+    }
+    for name, (target, _) in pages.items():
+        write(src + "/man1/" + name, b".TH H 1\nBefore.\n.so " + target.encode() + b"\nAfter.\n")
+    # A page of the tree, but in another folder than the page including it.
+    write(src + "/man5/page.5", b".TH P 5\n" + MARKER + b" from another folder of the tree\n")
+    os.makedirs(src + "/man1/sub")
+    os.symlink(tmp + "/hostile/secret.txt", src + "/man1/link.inc")
+    os.mkfifo(src + "/man1/fifo.inc")
+    os.mkfifo(src + "/man1/fifo.1.gz")  # a FIFO where a page would be
+    # What a page may include: a file beside it, or below its folder.
+    write(src + "/man1/inc/part.inc", b"Included text.\n")
+    write(src + "/man1/including.1", b".TH I 1\nBefore.\n.so inc/part.inc\nAfter.\n")
+    return src, pages
+
+
+def check_hostile(args, tmp):
+    src, pages = build_hostile_tree(tmp)
+    rep = tmp + "/hostile/report.tsv"
+    reports = {}
+    for how, extra in (("here", ["-j", "2"]), ("program", ["-j", "2", "--program", args.program]),
+                       ("classic", ["--classic"])):
+        dst = tmp + "/hostile/dst-" + how
+        try:
+            proc = subprocess.run([args.tree, "-q", "--timeout", "20", "--report", rep] + extra + [src, dst],
+                                  capture_output=True, timeout=120)
+        except subprocess.TimeoutExpired:
+            check(False, "hostile tree (%s): the run does not end" % how)
+            continue
+        check(proc.returncode == 0, "hostile tree (%s): exit status %d\n%s" %
+              (how, proc.returncode, proc.stderr.decode()))
+        lines = report(rep)
+        reports[how] = lines
+        check(lines.get("man1/fifo.1.gz", ["", ""])[1] == "skipped: not a regular file",
+              "hostile tree (%s): a FIFO page is skipped unread: %s" % (how, lines.get("man1/fifo.1.gz")))
+        for name in list(pages) + ["including.1"]:
+            line = lines.get("man1/" + name, ["", "missing from the report", "", ""])
+            output = read(dst + "/man1/" + name + ".vif") or b""
+            what = "hostile tree (%s): %s" % (how, name)
+            check(line[1] == "converted", what + ": converted: %s" % line)
+            check(MARKER not in output and b"root:x:0:0" not in output,
+                  what + ": nothing from outside its folder in the output")
+            check(b"After." in output, what + ": the conversion goes on after the include")
+        included = read(dst + "/man1/including.1.vif") or b""
+        if how == "classic":
+            # The classic mode reads no include at all.
+            check(b"Included text." not in included, "classic: .so not interpreted")
+            check(all(lines["man1/" + n][2] == "0" for n in pages), "classic: no include warnings")
+            continue
+        check(b"Included text." in included, "hostile tree (%s): a file below the page's folder is included" % how)
+        check(lines["man1/including.1"][2] == "0", "hostile tree (%s): a good include warns of nothing" % how)
+        for name, (target, reason) in pages.items():
+            line = lines["man1/" + name]
+            if reason is None:
+                expected = r"Line \d+ @ \d+:  Includes nested too deep; %s skipped\." % re.escape(target)
+            else:
+                expected = r"Line \d+ @ \d+:  Can't include %s: %s; skipped\." % (re.escape(target), re.escape(reason))
+            check(line[2] == "1" and re.fullmatch(expected, line[3]) is not None,
+                  "hostile tree (%s): %s gives one warning %r: %s" % (how, name, expected, line[2:]))
+    if "here" in reports and "program" in reports:
+        check(reports["here"] == reports["program"],
+              "hostile tree: the program run in the page's folder warns as the built-in converter does")
 
 
 def main():
@@ -94,9 +219,10 @@ def main():
         check(not os.path.exists(dst + "/man1/damaged.1.vif"), "no output for a failure")
         check(not os.path.exists(dst + "/man1/bsd.1.vif"), "no output for an mdoc page")
         check(read(dst + "/man1/packed.1.vif") ==
-              direct(args.program, "-man", b".TH PACKED 1\n.SH NAME\npacked \\- compressed\n"),
+              direct(args.program, ["--full", "-man"], b".TH PACKED 1\n.SH NAME\npacked \\- compressed\n"),
               "compressed page converted as the converter does it directly")
-        check(read(dst + "/papers/paper.ms.vif") == direct(args.program, "-ms", b".NH\nIntroduction\n.PP\nText.\n"),
+        check(read(dst + "/papers/paper.ms.vif") ==
+              direct(args.program, ["--full", "-ms"], b".NH\nIntroduction\n.PP\nText.\n"),
               "paper converted with -ms")
         # Each page's own messages, though one worker converts both.
         check(lines["man5/warn1.5"][2:] == ["1", "Line 2 @ 8:  Expected \\ followed by a printable character."],
@@ -114,17 +240,31 @@ def main():
         check(report(rep)["man1/plain.1"][1] == "converted", "--force converts again")
 
         # A converter that fails half-way leaves no partial output behind and
-        # does not stop the other files.
+        # does not stop the other files. In the full mode it reads the page
+        # on standard input in the page's folder, which it writes first; in
+        # the classic one it is given the file names.
         broken = tmp + "/broken.sh"
         with open(broken, "w") as f:
-            f.write('#!/bin/sh\necho partial > "$3"\ncase "$2" in *plain*) exit 3;; esac\ncat "$2" > "$3"\n')
+            f.write('#!/bin/sh\n'
+                    'if [ "$1" = --full ]; then\n'
+                    '  input=$(cat); echo partial; pwd\n'
+                    '  case "$input" in *PLAIN*) exit 3;; esac\n'
+                    '  printf "%s\\n" "$input"; exit 0\n'
+                    'fi\n'
+                    'echo partial > "$3"\ncase "$2" in *plain*) exit 3;; esac\ncat "$2" > "$3"\n')
         os.chmod(broken, 0o755)
-        out2 = tmp + "/dst2"
-        run(args.tree, ["--program", broken, "-q", "--report", rep, "-j", "2", src, out2], 1)
-        lines = report(rep)
-        check(lines["man1/plain.1"][1].startswith("failed: exit status 3"), "failing conversion reported")
-        check(not os.path.exists(out2 + "/man1/plain.1.vif"), "no partial output of a failed conversion")
-        check(lines["man7/target.7.gz"][1] == "converted", "other files go on")
+        for mode in ([], ["--classic"]):
+            out2 = tmp + "/dst2" + "".join(mode)
+            run(args.tree, ["--program", broken, "-q", "--report", rep, "-j", "2"] + mode + [src, out2], 1)
+            lines = report(rep)
+            check(lines["man1/plain.1"][1].startswith("failed: exit status 3"), "%s: failing conversion reported" % mode)
+            check(not os.path.exists(out2 + "/man1/plain.1.vif"), "%s: no partial output of a failure" % mode)
+            check(lines["man7/target.7.gz"][1] == "converted", "%s: other files go on" % mode)
+            target = read(out2 + "/man7/target.7.vif") or b""
+            check(b"The target." in target, "%s: the page reached the program" % mode)
+            if not mode:
+                check(target.split(b"\n")[1] == os.path.realpath(src + "/man7").encode(),
+                      "full mode: the program runs in the page's folder: %r" % target[:200])
         # A worker that dies costs only the file it had: the others, the
         # files after it included, are converted by a fresh worker.
         out3 = tmp + "/dst3"
@@ -157,6 +297,9 @@ def main():
         run(args.tree, ["--program", args.program, "-q", "--report", rep, "-j", "2", src, out4], 1)
         for name in ("man1/packed.1.vif", "man7/target.7.vif", "papers/paper.ms.vif"):
             check(read(out4 + "/" + name) == read(dst + "/" + name), "same output from the program: " + name)
+
+        check_modes(args, tmp)
+        check_hostile(args, tmp)
     for failure in failures:
         print("FAILED:", failure)
     print("%d passed, %d failed" % (1 if not failures else 0, 1 if failures else 0))

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "driver/driver.h"
 #include "interp/interp.h"
 #include "macros/macros.h"
 #include "requests/rb.h"
@@ -207,6 +208,9 @@ void fontToggle() {
 // alternate between the two fonts the macro's name spells, joined without
 // the blanks between them.
 void fontToggleInit() {
+    // In the full mode, as in troff, a line without arguments alternates
+    // nothing; the classic mode takes the next line.
+    if (driver.isFull && s.argv[1]->text[0] == '\0') return;
     appendArgsLine(true);
     lineTrap(curlyF);
     tv.TVReturn.wordTrap = fontToggle;

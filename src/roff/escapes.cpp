@@ -389,6 +389,9 @@ bool RoffEscape(int letter, char lastOut) {
         case '~':
             push(static_cast<char>(kUnpaddableSpace));
             return true;
+        case kTab:  // an escaped tab is a tab
+            push(static_cast<char>(kTab));
+            return true;
         // Break points, italic corrections, thin spaces and half-line motions
         // show nothing on a line of text.
         case ':': case '/': case ',': case ')': case '|': case '^': case '{':

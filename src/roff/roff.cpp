@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,9 @@ namespace {
 
 // Includes nest at most this deep: a file that includes itself stops here.
 constexpr size_t kMaxIncludeDepth = 16;
+// And a document reads at most this many includes in all: a file that
+// includes itself twice would otherwise be read 2^16 times.
+constexpr size_t kMaxIncludes = 1024;
 // The answers of ie kept for el; older ones are forgotten beyond this.
 constexpr size_t kMaxElStack = 1024;
 
@@ -414,7 +418,18 @@ bool soRequest(const Line& line) {
         roffWarn("Includes nested too deep; " + name + " skipped.");
         return true;
     }
+    if (roff.includeCount >= kMaxIncludes) {
+        roffWarnOnce("includes", "Too many includes; " + name + " and later ones skipped.");
+        return true;
+    }
     std::string path = name[0] == '/' ? name : TVCurrentFolder() + "/" + name;
+    // The name is judged as written before the file system is asked about
+    // it, so that a warning never tells whether a file outside exists.
+    std::string written = std::filesystem::path(path).lexically_normal().string();
+    if (!isInside(written, roff.rootFolder)) {
+        roffWarn("Can't include " + name + ": outside the document's folder; skipped.");
+        return true;
+    }
     char resolved[PATH_MAX];
     struct stat st {};
     if (!realpath(path.c_str(), resolved)) {
@@ -436,6 +451,7 @@ bool soRequest(const Line& line) {
     }
     std::string folder(resolved);
     folder.erase(folder.rfind('/') == 0 ? 1 : folder.rfind('/'));
+    roff.includeCount++;
     TVIncludeFile(file, folder);
     return true;
 }

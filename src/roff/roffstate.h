@@ -37,10 +37,10 @@ struct RoffState {
     // The translations of tr, by byte; identity where none.
     unsigned char tr[256] = {};
     bool hasTr = false;
-    // Folders of the files being read, the document's first; and the folder
-    // no include may leave (resolved), set from the document's path.
-    std::vector<std::string> folders;
+    // The folder no include may leave (resolved), set from the document's
+    // path, and how many includes the document has read.
     std::string rootFolder;
+    size_t includeCount = 0;  // includes read so far
     // Code points of the input that have no character in the output, each
     // warned about once.
     std::unordered_set<uint32_t> unmapped;

@@ -21,15 +21,23 @@ void usage(const char* program, int status) {
     std::fprintf(status ? stderr : stdout,
                  "Usage: %s [options] SRC DST\n"
                  "Converts every manual page or troff paper below SRC into DST, keeping\n"
-                 "relative paths (man1/ls.1.gz becomes man1/ls.1.vif).\n\n"
+                 "relative paths (man1/ls.1.gz becomes man1/ls.1.vif). Pages are converted\n"
+                 "in the converter's full mode (trofftovif --full): macro definitions,\n"
+                 "conditionals, registers, includes beside the page and groff escapes are\n"
+                 "interpreted. mdoc pages are skipped.\n\n"
                  "Options are:\n"
                  "\t-j N\t\tRun N conversions at once (default: the number of cores).\n"
                  "\t-man, -me, -ms\tUse this macro package for every file.\n"
+                 "\t--classic\tConvert in the classic mode instead: the output of\n"
+                 "\t\t\ttrofftovif without --full, byte for byte.\n"
                  "\t--force\t\tConvert files whose output is newer than their source too.\n"
                  "\t--report FILE\tWrite one line per file (path, status, warnings, first\n"
                  "\t\t\twarning) as tab-separated values.\n"
                  "\t--program PATH\tRun this converter program once per file (default: the\n"
-                 "\t\t\tconverter built into this command, in -j worker processes).\n"
+                 "\t\t\tconverter built into this command, in -j worker processes):\n"
+                 "\t\t\t\"PATH --full -PACKAGE\" in the page's folder, the page on\n"
+                 "\t\t\tstandard input and the output on standard output; with\n"
+                 "\t\t\t--classic \"PATH -PACKAGE INPUT OUTPUT\".\n"
                  "\t--timeout S\tA conversion running longer than S seconds fails (default 60).\n"
                  "\t-q\t\tNo progress line.\n"
                  "\t-h, --help\tPrint this usage message.\n",
@@ -81,6 +89,8 @@ int main(int argc, char** argv) {
             options.forced = tree::Package::Me;
         } else if (word == "-ms") {
             options.forced = tree::Package::Ms;
+        } else if (word == "--classic") {
+            options.isFull = false;
         } else if (word == "--force") {
             options.force = true;
         } else if (word == "--report") {

@@ -81,21 +81,35 @@ bool inSectionFolder(const std::string& relative) {
     return false;
 }
 
-// Reads a whole file into `text`; false with errno set on failure.
-bool readWhole(const std::string& path, std::string& text) {
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
+// Reads a whole regular file into `text`; false with `problem` set on
+// failure. What is not a regular file is refused unopened; should one take
+// a regular file's place in between, opening does not wait for it (as for a
+// FIFO without a writer) and nothing is read from it.
+bool readWhole(const std::string& path, std::string& text, std::string& problem) {
     struct stat st {};
+    if (stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+        problem = "not a regular file";
+        return false;
+    }
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0) {
+        problem = std::string("cannot read: ") + std::strerror(errno);
+        return false;
+    }
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        problem = "not a regular file";
+        return false;
+    }
     text.clear();
-    if (fstat(fd, &st) == 0 && st.st_size > 0) text.reserve(static_cast<size_t>(st.st_size));
+    if (st.st_size > 0) text.reserve(static_cast<size_t>(st.st_size));
     char buffer[1 << 16];
     for (;;) {
         ssize_t n = read(fd, buffer, sizeof buffer);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
-            int error = errno;
+            problem = std::string("cannot read: ") + std::strerror(errno);
             close(fd);
-            errno = error;
             return false;
         }
         if (n == 0) break;
@@ -119,10 +133,7 @@ const char* packageOption(Package package) {
 
 bool readSource(const std::string& path, std::string& text, std::string& problem) {
     std::string raw;
-    if (!readWhole(path, raw)) {
-        problem = std::string("cannot read: ") + std::strerror(errno);
-        return false;
-    }
+    if (!readWhole(path, raw, problem)) return false;
     if (raw.size() < 2 || static_cast<unsigned char>(raw[0]) != 0x1f ||
         static_cast<unsigned char>(raw[1]) != 0x8b) {
         text = std::move(raw);
@@ -253,8 +264,10 @@ std::vector<Job> plan(const Options& options) {
                 job.action = Action::Redirect;
                 job.target = rel;
             }
-        } else {
+        } else if (fs::is_regular_file(full, ec)) {
             job.action = Action::Read;
+        } else {
+            job.reason = "not a regular file";
         }
         jobs.push_back(job);
     }
@@ -330,8 +343,8 @@ bool newerThan(const fs::path& a, const fs::path& b) {
 }
 
 std::string readFile(const std::string& path) {
-    std::string text;
-    return readWhole(path, text) ? text : std::string();
+    std::string text, problem;
+    return readWhole(path, text, problem) ? text : std::string();
 }
 
 // Waits for the child for at most `seconds`; kills it after that.
@@ -427,7 +440,13 @@ std::string exitProblem(int status, const std::string& messages) {
     return problem;
 }
 
-// Runs the converter program on one file, in a process of its own.
+// Runs the converter program on one file, in a process of its own. The
+// classic mode names the files: PROGRAM -PACKAGE INPUT OUTPUT, the input
+// being the page as read (gunzipped) in a temporary file. The full mode runs
+// PROGRAM --full -PACKAGE in the page's own folder, the page on standard
+// input and the document on standard output: the converter looks for
+// includes in its current folder then, which is the page's, as it does
+// beside a document it is given by name.
 void convertOne(const Options& options, Job& job, const fs::path& root, const fs::path& destination) {
     Conversion c;
     if (!startConversion(options, job, root, destination, c)) return;
@@ -442,16 +461,34 @@ void convertOne(const Options& options, Job& job, const fs::path& root, const fs
             return;
         }
     }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     std::string program = options.program;
+    // The full mode starts it in another folder: a relative name is taken
+    // from here.
+    const std::string path = fs::absolute(program, ec).string();
+    std::string full = "--full";
     const char* option = packageOption(job.package);
     std::string outputTemp = c.outputTemp;
-    std::vector<char*> argv = {program.data(), const_cast<char*>(option), inputCopy.data(), outputTemp.data(), nullptr};
+    std::string folder = (root / job.relative).parent_path().string();
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    std::vector<char*> argv = {program.data()};
+    if (options.isFull) {
+        argv.push_back(full.data());
+        argv.push_back(const_cast<char*>(option));
+        posix_spawn_file_actions_addopen(&actions, 0, inputCopy.c_str(), O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, 1, outputTemp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    } else {
+        argv.push_back(const_cast<char*>(option));
+        argv.push_back(inputCopy.data());
+        argv.push_back(outputTemp.data());
+        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    }
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    // Last, so that no file above is looked for in the page's folder.
+    if (options.isFull) posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
     pid_t pid;
-    int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
+    int spawned = posix_spawn(&pid, path.c_str(), &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     std::string messages, problem;
     if (spawned != 0) {
@@ -475,9 +512,11 @@ void convertOne(const Options& options, Job& job, const fs::path& root, const fs
 
 // ---- Conversion inside worker processes ---------------------------------------
 
-// Converts one file with the converter linked into this program. The
-// converter's messages go to standard error, which in a worker is a file of
-// its own, emptied before each document and read back after it.
+// Converts one file with the converter linked into this program, in the mode
+// asked for. The page's path is the document's: its includes are looked for
+// beside it. The converter's messages go to standard error, which in a
+// worker is a file of its own, emptied before each document and read back
+// after it.
 void convertHere(const Options& options, Job& job, const fs::path& root, const fs::path& destination) {
     static char outBuffer[1 << 16];
     Conversion c;
@@ -493,7 +532,12 @@ void convertHere(const Options& options, Job& job, const fs::path& root, const f
         if (ftruncate(STDERR_FILENO, 0) != 0 || lseek(STDERR_FILENO, 0, SEEK_SET) != 0) {
             problem = std::string("cannot reuse the message file: ") + std::strerror(errno);
         } else {
-            int status = convertInProcess(packageOption(job.package) + 1, in, out);
+            const std::string documentPath = (root / job.relative).string();
+            ConversionOptions conversion;
+            conversion.package = packageOption(job.package) + 1;
+            conversion.isFull = options.isFull;
+            conversion.documentPath = documentPath.c_str();
+            int status = convertInProcess(conversion, in, out);
             struct stat st {};
             if (fstat(STDERR_FILENO, &st) == 0 && st.st_size > 0) {
                 messages.resize(static_cast<size_t>(st.st_size));

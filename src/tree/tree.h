@@ -3,7 +3,8 @@
 // man1/ls.1.vif). Worker processes, several at once, each convert many files
 // with the converter linked in, one after the other; a file that fails never
 // stops the others, and a worker that crashes costs only the file it had.
-// With --program, a converter program runs once per file instead.
+// With --program, a converter program runs once per file instead. Pages are
+// converted in the converter's full mode unless the classic one is asked for.
 // Owns: the plan of the tree and the per-file results. Calls: zlib (gzip
 // input), POSIX process and file routines, the converter (convertInProcess)
 // or the program named.
@@ -20,6 +21,7 @@ enum class Package { None, Man, Me, Ms };
 struct Options {
     std::string source, destination;
     std::string program;          // a converter program to run per file; "" for the built-in one
+    bool isFull = true;           // the full mode; false (--classic): the classic converter's output
     unsigned jobs = 1;
     Package forced = Package::None;
     bool force = false;           // convert even when the output is newer
@@ -47,8 +49,9 @@ struct Job {
     uint64_t bytesIn = 0, bytesOut = 0;
 };
 
-// Reads a file, gunzipping it when it starts with the gzip magic; false with
-// a reason on failure (a damaged gzip stream included).
+// Reads a regular file, gunzipping it when it starts with the gzip magic;
+// false with a reason on failure (a damaged gzip stream and anything but a
+// regular file included: nothing is read from a FIFO or a device).
 bool readSource(const std::string& path, std::string& text, std::string& problem);
 
 // The target of a page that holds only a ".so NAME" line (comments and blank
@@ -65,7 +68,8 @@ Package choosePackage(const std::string& relative, const std::string& text);
 std::string outputName(const std::string& relative);
 
 // Lists every file below the source folder: symbolic links become redirects
-// (or skips), plain files are left to read.
+// (or skips), plain files are left to read, anything else (a FIFO, a socket,
+// a device) is skipped.
 std::vector<Job> plan(const Options& options);
 
 // Converts the planned files with options.jobs processes at a time.
