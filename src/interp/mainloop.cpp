@@ -26,7 +26,11 @@ namespace {
 // again, so this bounds the work and memory one input character can cause:
 // a string or macro that keeps expanding into itself, or a huge spacing
 // request, stops here with one warning instead of running without end.
+#ifdef TROFFTOVIF_FUZZING_LIMITS
+constexpr size_t kMaxExpansion = size_t{1} << 16;  // the fuzzing build's (CMakeLists.txt)
+#else
 constexpr size_t kMaxExpansion = size_t{1} << 20;
+#endif
 
 struct MainLoopState {
     // Pushed-back input, kept reversed: the next character to read is at the

@@ -15,7 +15,11 @@
 // to at most this many characters: both bound what a self-referring string
 // can cost. Each limit gives one warning.
 inline constexpr int kMaxInterpolationDepth = 64;
+#ifdef TROFFTOVIF_FUZZING_LIMITS
+inline constexpr size_t kMaxLineLength = size_t{1} << 16;  // the fuzzing build's
+#else
 inline constexpr size_t kMaxLineLength = size_t{1} << 20;
+#endif
 
 // A number register: its value, the step of \n+ and \n-, and the format af
 // gave it ("1", "001", "i", "I", "a", "A").
