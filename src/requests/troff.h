@@ -10,6 +10,9 @@
 #include "writer/model.h"
 
 void TVDefineTroff();
+// The font position (0 to 8) that ft selects for `name`: R, I, B, S, a digit,
+// or the first two characters of a mounted name; -1 for none.
+int TVFontPositionOf(const char* name);
 // PgfLeading of `format` becomes vertical spacing - size + (line spacing - 1)
 // x vertical spacing, in points.
 void TVLeadingSet(Pgf& format);

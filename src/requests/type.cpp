@@ -143,8 +143,13 @@ void TVft() {
         std::swap(tv.TVFamilyStyle, tv.TVLastFamilyStyle);
         return;
     }
+    int position = TVFontPositionOf(name);
+    if (position >= 0) selectPosition(static_cast<unsigned>(position));
+}
+
+int TVFontPositionOf(const char* name) {
     int position = -1;
-    if (name[1] == '\0') {
+    if (name[0] != '\0' && name[1] == '\0') {
         switch (name[0]) {
             case 'R': position = 0; break;
             case 'I': position = 1; break;
@@ -156,7 +161,7 @@ void TVft() {
         }
     }
     if (position < 0) position = positionByName(name);
-    if (position >= 0) selectPosition(static_cast<unsigned>(position));
+    return position;
 }
 
 // The family name is copied into storage of this module and kept to the end

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "interp/interp.h"
+#include "requests/troff.h"
 #include "roff/glyphs.h"
 #include "roff/roff.h"
 #include "roff/roffstate.h"
@@ -300,30 +301,11 @@ bool roffSelectFont(const std::string& name) {
         std::swap(tv.TVFamilyStyle, tv.TVLastFamilyStyle);
         return true;
     }
-    if (name.size() == 1) {
-        int position = -1;
-        switch (name[0]) {
-            case 'R': position = 0; break;
-            case 'I': position = 1; break;
-            case 'B': position = 2; break;
-            case 'S': position = 3; break;
-            default:
-                if (name[0] >= '1' && name[0] <= '9') position = name[0] - '1';
-                break;
-        }
-        if (position >= 0) {
-            tv.TVLastFamilyStyle = tv.TVFamilyStyle;
-            TVFontSetByPosition(static_cast<unsigned>(position));
-            return true;
-        }
-    }
-    for (int i = 0; i < kFontPositions && name.size() <= 2; i++) {
-        const FontPosition& p = tv.TVFontTable[i];
-        if (p.name[0] == name[0] && p.name[1] == (name.size() > 1 ? name[1] : 0)) {
-            tv.TVLastFamilyStyle = tv.TVFamilyStyle;
-            TVFontSetByPosition(static_cast<unsigned>(i));
-            return true;
-        }
+    int position = name.size() <= 2 ? TVFontPositionOf(name.c_str()) : -1;
+    if (position >= 0) {
+        tv.TVLastFamilyStyle = tv.TVFamilyStyle;
+        TVFontSetByPosition(static_cast<unsigned>(position));
+        return true;
     }
     for (const FontName& f : kFontNames) {
         if (name != f.name) continue;

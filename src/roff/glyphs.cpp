@@ -382,6 +382,20 @@ bool glyphByCodePoint(uint32_t codePoint, Glyph& out) {
         out.code = ' ';
         return true;
     }
+    // The letters of most UTF-8 pages come straight from a table made once,
+    // without a search.
+    constexpr uint32_t kLatinFirst = 0xA0, kLatinEnd = 0x100;
+    static const auto latin = [] {
+        std::array<unsigned char, kLatinEnd - kLatinFirst> codes{};
+        for (uint32_t cp = kLatinFirst; cp < kLatinEnd; cp++) {
+            if (const CodeRow* row = findCodePoint(kOutputByCodePoint, cp)) codes[cp - kLatinFirst] = row->code;
+        }
+        return codes;
+    }();
+    if (codePoint >= kLatinFirst && codePoint < kLatinEnd && latin[codePoint - kLatinFirst] != 0) {
+        out.code = latin[codePoint - kLatinFirst];
+        return true;
+    }
     if (const CodeRow* row = findCodePoint(kOutputByCodePoint, codePoint)) {
         out.code = row->code;
         return true;
