@@ -27,7 +27,7 @@ namespace {
 // a string or macro that keeps expanding into itself, or a huge spacing
 // request, stops here with one warning instead of running without end.
 #ifdef TROFFTOVIF_FUZZING_LIMITS
-constexpr size_t kMaxExpansion = size_t{1} << 16;  // the fuzzing build's (CMakeLists.txt)
+constexpr size_t kMaxExpansion = size_t{1} << 12;  // the fuzzing build's (CMakeLists.txt)
 #else
 constexpr size_t kMaxExpansion = size_t{1} << 20;
 #endif

@@ -47,12 +47,25 @@ bool readName(std::string& name) {
         name += static_cast<char>(c);
         return true;
     }
+    // A name may hold escapes of its own (\n[a\n[b]]): brackets nest, and
+    // the name is what they interpolate to.
+    int depth = 0;
+    bool hasEscape = false;
     for (;;) {
         int d = TVGetc();
         if (d == -1 || d == kNewline) return false;
-        if (d == ']') return true;
+        if (d == ']' && depth == 0) break;
+        if (d == '[') depth++;
+        if (d == ']') depth--;
+        if (d == tv.TVEscapeChar && tv.TVEscapeChar != 0) hasEscape = true;
         name += static_cast<char>(d);
     }
+    if (hasEscape) {
+        std::string inner;
+        roffInterpolate(name, inner, false, kMaxInterpolationDepth - 1);
+        name = std::move(inner);
+    }
+    return true;
 }
 
 // Reads a delimited argument from the input; nested escapes with arguments

@@ -16,7 +16,7 @@
 // can cost. Each limit gives one warning.
 inline constexpr int kMaxInterpolationDepth = 64;
 #ifdef TROFFTOVIF_FUZZING_LIMITS
-inline constexpr size_t kMaxLineLength = size_t{1} << 16;  // the fuzzing build's
+inline constexpr size_t kMaxLineLength = size_t{1} << 12;  // the fuzzing build's
 #else
 inline constexpr size_t kMaxLineLength = size_t{1} << 20;
 #endif
