@@ -209,8 +209,11 @@ void fontToggle() {
 // the blanks between them.
 void fontToggleInit() {
     // In the full mode, as in troff, a line without arguments alternates
-    // nothing; the classic mode takes the next line.
-    if (driver.isFull && s.argv[1]->text[0] == '\0') return;
+    // nothing; the classic mode takes the next line. (An empty argument, as
+    // in .RI "" word, is no argument to show.)
+    bool hasText = false;
+    for (int k = 1; k <= 9; k++) hasText = hasText || s.argv[k]->text[0] != '\0';
+    if (driver.isFull && !hasText) return;
     appendArgsLine(true);
     lineTrap(curlyF);
     tv.TVReturn.wordTrap = fontToggle;
