@@ -75,9 +75,8 @@ inline void writeChar(char c) {
 }
 
 // Puts `text` in front of the unread pushed-back input.
-void pushBack(const Rope* text) {
-    size_t n = text->length;
-    if (n == 0 || !text->text || s.isDroppingExpansion) return;
+void pushBack(const char* text, size_t n) {
+    if (n == 0 || !text || s.isDroppingExpansion) return;
     if (n > kMaxExpansion - s.pushedSinceInput) {
         // Everything pending was pushed since the last input character, so it
         // all belongs to the runaway expansion: drop it and go on with the input.
@@ -90,7 +89,7 @@ void pushBack(const Rope* text) {
     s.pushedSinceInput += n;
     size_t old = s.echoes.size();
     s.echoes.resize(old + n);
-    std::reverse_copy(text->text, text->text + n, s.echoes.begin() + static_cast<std::ptrdiff_t>(old));
+    std::reverse_copy(text, text + n, s.echoes.begin() + static_cast<std::ptrdiff_t>(old));
 }
 
 // Splits the rest of a request line into TVArgs; the eleventh and later
@@ -115,7 +114,7 @@ void endInclude() {
 
 // The input of an include has ended: the next character of the files that
 // included it, or -1 at the end of them all.
-int readAfterIncludes() {
+[[gnu::noinline, gnu::cold]] int readAfterIncludes() {
     int c = -1;
     while (c == -1 && !s.includes.empty()) {
         endInclude();
@@ -130,7 +129,8 @@ int readAfterIncludes() {
 
 // The next character: from the pushback, else from the input. The main
 // loop's own reads come here directly; every other module calls TVGetc.
-inline int nextChar() {
+// It stays inline in the main loop: this is the hottest path of the program.
+[[gnu::always_inline]] inline int nextChar() {
     s.lastInC = s.inC;
     int c;
     if (!s.echoes.empty()) {
@@ -171,13 +171,7 @@ void TVCreateRopes() {
 
 int TVGetc() { return nextChar(); }
 
-void TVUnread(const char* text, size_t length) {
-    Rope rope;
-    rope.text = const_cast<char*>(text);
-    rope.length = static_cast<uint32_t>(length);
-    pushBack(&rope);
-    rope.text = nullptr;  // not the rope's to free
-}
+void TVUnread(const char* text, size_t length) { pushBack(text, length); }
 
 void TVIncludeFile(FILE* file, const std::string& folder) {
     s.includes.push_back(MainLoopState::Include{driver.stdIn, s.folder});
@@ -258,13 +252,15 @@ void doIt() {
 
         // Text. In the full mode a byte above 127 from the input starts a
         // UTF-8 sequence.
-        if (driver.isFull && !isLiteral) {
-            if (c < 0) {
+        // (Only the full mode sets a translation, so the classic mode pays one
+        // test of a pointer it already has at hand.)
+        if (c < 0) {
+            if (driver.isFull && !isLiteral) {
                 c = RoffTextByte(c);
                 if (c < 0) continue;
-            } else if (tv.TVTranslation && c != kNewline) {
-                c = tv.TVTranslation[c];
             }
+        } else if (tv.TVTranslation && !isLiteral && c != kNewline) {
+            c = tv.TVTranslation[c];
         }
         bool isWritten = true;
         if (c == ' ' || c == kNewline || c == kTab) {
@@ -352,7 +348,7 @@ void doIt() {
 
 void fire() {
     TVReturnRecord& r = tv.TVReturn;
-    if (r.text && r.text->length != 0) pushBack(r.text.get());
+    if (r.text && r.text->length != 0) pushBack(r.text->text, r.text->length);
     if (r.lineTrap || r.wordTrap) trapNew();
     if (r.endCommand) {
         if (tv.TVCommand && std::strcmp(tv.TVCommand, r.endCommand) == 0) {

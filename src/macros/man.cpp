@@ -512,6 +512,16 @@ constexpr ManRule manRules[] = {
     {"PD", RuleKind::Numerical, "v", PD},
 };
 
+template <size_t N>
+void defineRules(const ManRule (&rules)[N]) {
+    for (const ManRule& rule : rules) {
+        if (rule.kind == RuleKind::Plain)
+            TVDefineRule(rule.name, rule.handler);
+        else
+            TVDefineNumericalRule(rule.name, rule.handler, rule.units);
+    }
+}
+
 // ---- Macros of today's manual pages (full mode) ----------------------------------
 
 // Lines for the input after the macro, each ended by a newline.
@@ -593,14 +603,7 @@ constexpr ManRule manFullRules[] = {
 
 }  // namespace
 
-void ManDefineFull() {
-    for (const ManRule& rule : manFullRules) {
-        if (rule.kind == RuleKind::Plain)
-            TVDefineRule(rule.name, rule.handler);
-        else
-            TVDefineNumericalRule(rule.name, rule.handler, rule.units);
-    }
-}
+void ManDefineFull() { defineRules(manFullRules); }
 
 void ManDefine() {
     ArgValue* const args[9] = {&tv.TVArg1, &tv.TVArg2, &tv.TVArg3, &tv.TVArg4, &tv.TVArg5,
@@ -608,12 +611,7 @@ void ManDefine() {
     s.argv[0] = nullptr;
     for (int k = 1; k <= 9; k++) s.argv[k] = args[k - 1];
 
-    for (const ManRule& rule : manRules) {
-        if (rule.kind == RuleKind::Plain)
-            TVDefineRule(rule.name, rule.handler);
-        else
-            TVDefineNumericalRule(rule.name, rule.handler, rule.units);
-    }
+    defineRules(manRules);
     TVDefineString("R", "\\(rg");
     TVDefineString("S", "\\s12");
     th();

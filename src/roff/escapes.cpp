@@ -47,26 +47,22 @@ bool readName(std::string& name) {
         name += static_cast<char>(c);
         return true;
     }
-    // A name may hold escapes of its own (\n[a\n[b]]): brackets nest, and
-    // the name is what they interpolate to.
+    // Brackets nest, for a name that holds escapes of its own (\n[a\n[b]]).
     int depth = 0;
-    bool hasEscape = false;
     for (;;) {
         int d = TVGetc();
         if (d == -1 || d == kNewline) return false;
         if (d == ']' && depth == 0) break;
         if (d == '[') depth++;
         if (d == ']') depth--;
-        if (d == tv.TVEscapeChar && tv.TVEscapeChar != 0) hasEscape = true;
         name += static_cast<char>(d);
     }
-    if (hasEscape) {
-        std::string inner;
-        roffInterpolate(name, inner, false, kMaxInterpolationDepth - 1);
-        name = std::move(inner);
-    }
+    roffResolveName(name);
     return true;
 }
+
+// The escapes that take a delimited argument of their own.
+constexpr const char kDelimitedEscapes[] = "whvlLoDXZbxHSNCBAR";
 
 // Reads a delimited argument from the input; nested escapes with arguments
 // of their own are read whole.
@@ -83,7 +79,7 @@ bool readDelimited(std::string& content) {
             if (letter == -1) return false;
             content += static_cast<char>(c);
             content += static_cast<char>(letter);
-            if (std::string("whvlLoDXZbxHSNCBAR").find(static_cast<char>(letter)) != std::string::npos) {
+            if (letter > 0 && std::strchr(kDelimitedEscapes, letter)) {
                 int d = TVGetc();
                 if (d == -1) return false;
                 content += static_cast<char>(d);

@@ -186,6 +186,14 @@ void roffSetRegister(std::string_view name, int64_t value) {
     roff.registers[std::string(name)].value = value;
 }
 
+void roffResolveName(std::string& name) {
+    const char escape = tv.TVEscapeChar != 0 ? tv.TVEscapeChar : '\\';
+    if (name.find(escape) == std::string::npos) return;
+    std::string inner;
+    roffInterpolate(name, inner, false, kMaxInterpolationDepth - 1);
+    name = std::move(inner);
+}
+
 bool roffReadName(const char*& p, const char* end, std::string& name, std::string* rest) {
     name.clear();
     if (p >= end) return false;
@@ -215,11 +223,7 @@ bool roffReadName(const char*& p, const char* end, std::string& name, std::strin
         p++;
     }
     name.assign(start, static_cast<size_t>(p - start));
-    if (hasEscape) {
-        std::string inner;
-        roffInterpolate(name, inner, false, kMaxInterpolationDepth - 1);
-        name = std::move(inner);
-    }
+    if (hasEscape) roffResolveName(name);
     if (rest && p < end && *p != ']') {
         // Arguments of a string call: up to the closing bracket, escapes
         // and nested brackets included.

@@ -71,6 +71,10 @@ void roffInterpolate(std::string_view in, std::string& out, bool isCopyMode, int
 // when the text ends first.
 bool roffReadName(const char*& p, const char* end, std::string& name, std::string* rest = nullptr);
 
+// A bracketed name that holds escapes (\n[a\n[b]]) becomes what they
+// interpolate to; any other name stays as it is.
+void roffResolveName(std::string& name);
+
 // Reads a delimited argument ('...' with any delimiter) at `p`, skipping nested
 // escapes with delimited arguments of their own; `content` gets what lies
 // between the delimiters. False when the closing delimiter never comes.
