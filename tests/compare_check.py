@@ -3,11 +3,12 @@
 reader sees in a reference rendering of the same document.
 
   python3 tests/compare_check.py --program build/trofftovif [--mode full|classic]
-          [--only man|docs] [--sample N] [--jobs J] [--list N] [--report FILE]
+          [--only man|mdoc|docs] [--sample N] [--jobs J] [--list N] [--report FILE]
           [--min-precision P] [--min-recall R] [--min-pages-share S] [PATH...]
 
 The documents are those of tests/corpus_check.py, chosen and skipped by its
-rules (symbolic links, .so redirects and mdoc pages are left out):
+rules (symbolic links and .so redirects are left out, and mdoc pages in the
+classic mode, which has no mdoc package):
   - every installed manual page written with the man macros, the files directly
     in the section directories of /usr/share/man, converted with -man;
     reference: mandoc -T ascii -O width=1000;
@@ -37,7 +38,9 @@ Options:
   --program PATH   the converter (required)
   --mode full|classic  full (the default) runs the converter with --full before
                    the package option; classic gives the package option alone
-  --only man|docs  only the manual pages, or only the ms/me papers
+  --only man|mdoc|docs  only the manual pages (with the mdoc pages in the full
+                   mode, converted with -mdoc), only the mdoc pages, or only the
+                   ms/me papers
   --sample N       a fixed sample of at least N manual pages (every k-th page of
                    the sorted list, as in corpus_check.py)
   --jobs J         documents compared at once (default: the number of processors)
@@ -198,7 +201,7 @@ def run(cmd, data, cwd, timeout):
 
 def compare_document(job):
     """Runs in a worker process: renders one document both ways and compares."""
-    name, path, is_man, program, extra, man_dir, timeout = job
+    name, path, is_man, program, extra, man_dir, timeout, only = job
     res = {"name": name, "skip": None, "problem": None}
     try:
         data = corpus_check.read_document(path)
@@ -207,9 +210,15 @@ def compare_document(job):
         return res
     if is_man:
         res["skip"] = corpus_check.skip_reason(data)
+        package = "-man"
+        # The full mode has an mdoc package: mdoc pages are compared too.
+        if res["skip"] == "mdoc page" and extra:
+            res["skip"] = None
+            package = "-mdoc"
+        elif only == "mdoc" and not res["skip"]:
+            res["skip"] = "not an mdoc page"
         if res["skip"]:
             return res
-        package = "-man"
         reference_cmd = MANDOC
         cwd = man_dir if os.path.isdir(man_dir) else None
     else:
@@ -264,7 +273,7 @@ def main(argv=None):
     ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     ap.add_argument("--program", required=True)
     ap.add_argument("--mode", choices=("full", "classic"), default="full")
-    ap.add_argument("--only", choices=("man", "docs"))
+    ap.add_argument("--only", choices=("man", "mdoc", "docs"))
     ap.add_argument("--sample", type=int, default=0)
     ap.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
     ap.add_argument("--list", type=int, default=30)
@@ -308,7 +317,7 @@ def main(argv=None):
                 pages = corpus_check.sample_pages(pages, args.sample, sample_skips)
                 skipped.update(sample_skips)
             docs += [(n, p, True) for n, p in pages]
-        if args.only != "man":
+        if args.only not in ("man", "mdoc"):
             docs += [(n, p, False) for n, p in corpus_check.paper_list()]
     if not have_mandoc and any(is_man for _, _, is_man in docs):
         missing.append("mandoc")
@@ -317,7 +326,8 @@ def main(argv=None):
         missing.append("groff")
         docs = [d for d in docs if d[2]]
 
-    jobs = [(n, p, is_man, program, extra, args.man_dir, args.timeout) for n, p, is_man in docs]
+    jobs = [(n, p, is_man, program, extra, args.man_dir, args.timeout, args.only)
+            for n, p, is_man in docs]
     results = []
     start = time.monotonic()
     with concurrent.futures.ProcessPoolExecutor(max_workers=max(1, args.jobs)) as pool:

@@ -42,8 +42,62 @@ struct DriverPrivate {
     // Both temporary files are open: from here on a fatal error can still
     // assemble a document from what was gathered.
     bool filesReady = false;
+    // The lines read ahead to tell an mdoc page from a man page; they are
+    // read again, as an include, before the rest of the input.
+    std::string head;
 };
 DriverPrivate s;
+
+// How much of a page's start is read to find its first macro: comments and
+// blank lines beyond it (a page made of a license alone) leave it a man page.
+constexpr size_t kHeadLimit = 64 * 1024;
+
+// True for a line that shows nothing and calls nothing: blank, a comment, or
+// a control character alone.
+bool isQuietLine(const std::string& line) {
+    size_t i = 0;
+    while (i < line.size() && (line[i] == ' ' || line[i] == '\t')) i++;
+    if (i == line.size() || line[i] == '\n') return true;
+    if (line[i] != '.' && line[i] != '\'') return false;
+    i++;
+    while (i < line.size() && (line[i] == ' ' || line[i] == '\t')) i++;
+    if (i == line.size() || line[i] == '\n') return true;
+    return line.compare(i, 2, "\\\"") == 0 || line.compare(i, 2, "\\#") == 0;
+}
+
+// Reads whole lines from the input into s.head up to the first line that is
+// not quiet, and says whether that line calls Dd: the mark of an mdoc page.
+bool startsWithDd(FILE* in) {
+    std::string line;
+    for (;;) {
+        line.clear();
+        int c;
+        while ((c = std::getc(in)) != EOF) {
+            line += static_cast<char>(c);
+            if (c == '\n') break;
+        }
+        s.head += line;
+        if (line.empty()) return false;
+        if (!isQuietLine(line)) break;
+        if (s.head.size() > kHeadLimit) return false;
+    }
+    size_t i = 1;
+    while (i < line.size() && (line[i] == ' ' || line[i] == '\t')) i++;
+    return (line[0] == '.' || line[0] == '\'') && line.compare(i, 2, "Dd") == 0 &&
+           (i + 2 == line.size() || line[i + 2] == ' ' || line[i + 2] == '\t' || line[i + 2] == '\n');
+}
+
+// Puts the lines read ahead back in front of the input, as an include of the
+// document's own folder, and counts them in the input's line numbers.
+void rereadHead() {
+    if (s.head.empty()) return;
+    FILE* head = fmemopen(s.head.data(), s.head.size(), "r");
+    if (!head) TVFatalVM();
+    int32_t lines = 0;
+    for (char c : s.head) lines += c == '\n';
+    driver.stdIn.line += lines;
+    TVIncludeFile(head, TVCurrentFolder());
+}
 
 // Called by processExit in place of the exit when set. Not part of the reset.
 ExitHook exitHook = nullptr;
@@ -270,6 +324,7 @@ void defineMacroPackage(const std::string& name) {
         MeDefine();
     else if (name == "ms")
         MsDefine();
+    // mdoc reads its lines itself, on the roff layer: see convert().
 }
 
 }  // namespace
@@ -407,12 +462,20 @@ void convert() {
     s.filesReady = true;
 
     try {
+        // In the full mode a manual page is a man or an mdoc page, told by
+        // its first macro.
+        if (driver.isFull && driver.macroPackage == "man" && driver.inFile &&
+            startsWithDd(driver.inFile)) {
+            driver.macroPackage = "mdoc";
+        }
         TVCreateRopes();
         TVDefineTroff();
         defineMacroPackage(driver.macroPackage);
         if (driver.isFull) {
             if (driver.macroPackage == "man") ManDefineFull();
             RoffDefine();
+            if (driver.macroPackage == "mdoc") MdocDefine();
+            rereadHead();
         }
         // Registered after the package, so that they replace its entries of the same name.
         TVDefineNumericalRule("sp", TVsp, "v");
@@ -528,6 +591,7 @@ void resetEveryModule() {
     troffReset();
     VifReset();
     manReset();
+    mdocReset();
     meReset();
     msReset();
     roffReset();

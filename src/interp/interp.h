@@ -25,6 +25,8 @@ enum : int {
     kUnpaddableSpace = 4,
     kHyphenAtWordStart = 5,
     kHyphenInWord = 6,
+    kAction = 7,            // in pushed-back text only: the next byte names an action
+                            // of the macro package, run there (see TVPushAction)
     kTab = 9,
     kNewline = 10,
     kHardReturn = 13,
@@ -98,6 +100,10 @@ struct TVState {
     // The full mode's tr: what each byte of text is written as; null when
     // nothing is translated.
     const unsigned char* TVTranslation = nullptr;
+    // The full mode's macro package that acts at points of its own text (a
+    // list item's tag ends, a display closes): called with the action's byte
+    // when the main loop reaches it. Null: no package acts.
+    void (*TVAction)(int action) = nullptr;
 };
 extern TVState tv;
 
@@ -113,6 +119,9 @@ void TVPgfOut(const Pgf& format);
 void TVsp();
 void TVns();
 void TVrs();
+// Appends to TVReturn.text the action `action` (1..255) of the package's
+// TVAction, run when the main loop reaches that point of the text.
+void TVPushAction(int action);
 // Empties TVReturn (all but endCommand) and the argument ropes.
 void TVReturnReset();
 void TVArgsEmpty();

@@ -173,6 +173,11 @@ int TVGetc() { return nextChar(); }
 
 void TVUnread(const char* text, size_t length) { pushBack(text, length); }
 
+void TVPushAction(int action) {
+    RopeAppend(tv.TVReturn.text.get(), static_cast<char>(kAction));
+    RopeAppend(tv.TVReturn.text.get(), static_cast<char>(action));
+}
+
 void TVIncludeFile(FILE* file, const std::string& folder) {
     s.includes.push_back(MainLoopState::Include{driver.stdIn, s.folder});
     driver.stdIn = InputStream{};
@@ -211,6 +216,17 @@ void doIt() {
             c = nextChar();
             if (c == -1) break;
             isLiteral = true;
+        } else if (c == kAction && s.wasFromEchoes && tv.TVAction) {
+            // The package's action runs here; the line start it stands at
+            // stays a line start for the text after it.
+            int lastIn = s.lastInC;
+            int action = nextChar();
+            if (action == -1) break;
+            s.inC = lastIn;
+            TVReturnReset();
+            tv.TVAction(action & 0xff);
+            fire();
+            continue;
         }
 
         if (!isLiteral) {

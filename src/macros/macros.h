@@ -12,8 +12,12 @@ void MyDefine();
 // The macros of today's manual pages (EX, SY, UR, TQ, MR, ...), registered
 // after ManDefine in the full mode only.
 void ManDefineFull();
+// The mdoc package, full mode only: it reads its macro lines itself, on the
+// roff layer; called by the driver after the layer's RoffDefine.
+void MdocDefine();
 
 // Put each package's state back as at program start (for convertInProcess).
 void manReset();
 void meReset();
 void msReset();
+void mdocReset();

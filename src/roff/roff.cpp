@@ -56,6 +56,9 @@ struct Scratch {
 };
 Scratch scratch;
 
+// The package that reads its own macro lines, if any.
+RoffPackageLine packageLine = nullptr;
+
 char escapeChar() { return tv.TVEscapeChar; }
 
 // Reads the rest of the current input line, up to and without its newline:
@@ -818,6 +821,7 @@ RoffLine RoffControlLine(int controlChar) {
     if (const RoffRequest* request = findRequest(name)) {
         if (request->handler(line)) return RoffLine::Done;
     }
+    if (packageLine && packageLine(name, normalRest(line))) return RoffLine::Done;
     if (isNative(name)) {
         roffSplitArgs(normalRest(line), scratch.args);
         // The rules take nine arguments: the ninth gets the rest, so that a
@@ -861,7 +865,14 @@ RoffLine RoffControlLine(int controlChar) {
     return RoffLine::Done;
 }
 
+void RoffSetPackageLine(RoffPackageLine handler) { packageLine = handler; }
+
+void roffDefineString(std::string_view name, std::string_view value) {
+    roff.strings[std::string(name)] = std::string(value);
+}
+
 void roffReset() {
+    packageLine = nullptr;
     roff = RoffState{};
     scratch = Scratch{};
 }

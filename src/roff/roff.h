@@ -37,6 +37,17 @@ bool RoffEscape(int letter, char lastOut);
 // font in TVReturn when it belongs there); -1 when nothing is to be written.
 int RoffTextByte(int c);
 
+// A macro package that reads its own macro lines (mdoc): the layer hands it
+// every control line that is no string, macro or request of the layer, with
+// the name and the arguments interpolated. It returns false for a name that
+// is none of its macros (the line then goes on as any other).
+using RoffPackageLine = bool (*)(const std::string& name, std::string_view rest);
+void RoffSetPackageLine(RoffPackageLine handler);
+
+// Defines the string `name` as `value`, taken as it is (as .ds takes a value
+// without escapes to read in copy mode).
+void roffDefineString(std::string_view name, std::string_view value);
+
 // ---- Pieces with sharp edges, exposed for the unit tests ---------------------
 
 // Evaluates a numeric expression at `p` (troff's left-to-right arithmetic with
