@@ -28,13 +28,16 @@ def write(path, data, compress=False):
         f.write(gzip.compress(data) if compress else data)
 
 
+BSD_PAGE = b".Dd January 1, 2020\n.Dt BSD 1\n.Os\n.Sh NAME\n.Nm bsd\n.Nd a page in mdoc\n"
+
+
 def build_tree(src):
     write(src + "/man1/plain.1", b".TH PLAIN 1\n.SH NAME\nplain \\- a page\n.PP\nSome text.\n")
     write(src + "/man1/packed.1.gz", b".TH PACKED 1\n.SH NAME\npacked \\- compressed\n", compress=True)
     write(src + "/man1/stub.1", b".\\\" a redirect\n.so man7/target.7\n")
     write(src + "/man7/target.7.gz", b".TH TARGET 7\nThe target.\n", compress=True)
     os.symlink("packed.1.gz", src + "/man1/alias.1.gz")
-    write(src + "/man1/bsd.1", b".Dd January 1, 2020\n.Dt BSD 1\n.Sh NAME\n")
+    write(src + "/man1/bsd.1", BSD_PAGE)
     write(src + "/man1/damaged.1.gz", b"\x1f\x8b\x08\x00broken")
     write(src + "/man1/outside.1", b".so ../../etc/passwd\n")
     write(src + "/papers/paper.ms", b".NH\nIntroduction\n.PP\nText.\n")
@@ -82,7 +85,7 @@ DEFINING_PAGE = (b".TH DEF 1\n.SH NAME\ndef \\- a page\n.de XX\nDefined \\\\$1 t
 def check_modes(args, tmp):
     src = tmp + "/modes/src"
     write(src + "/man1/def.1", DEFINING_PAGE)
-    write(src + "/man1/bsd.1", b".Dd January 1, 2020\n.Dt BSD 1\n.Sh NAME\n")
+    write(src + "/man1/bsd.1", BSD_PAGE)
     rep = tmp + "/modes/report.tsv"
     outputs = {}
     for mode, extra in (("full", []), ("classic", ["--classic"])):
@@ -91,9 +94,15 @@ def check_modes(args, tmp):
             proc = run(args.tree, ["-q", "--report", rep] + extra + program + [src, dst], 0)
             lines = report(rep)
             check(lines["man1/def.1"][1] == "converted", "%s/%s: page converted" % (mode, how))
-            check(lines["man1/bsd.1"][1] == "skipped: mdoc page (no mdoc package)",
-                  "%s/%s: mdoc page still skipped: %s" % (mode, how, lines["man1/bsd.1"]))
-            check(b"1 skipped: mdoc page" in proc.stderr, "%s/%s: mdoc skip counted" % (mode, how))
+            if mode == "full":
+                check(lines["man1/bsd.1"][1] == "converted", "%s/%s: mdoc page converted" % (mode, how))
+                check(read(dst + "/man1/bsd.1.vif") ==
+                      direct(args.program, ["--full", "-mdoc"], BSD_PAGE),
+                      "%s/%s: mdoc page converted as the converter does it" % (mode, how))
+            else:
+                check(lines["man1/bsd.1"][1] == "skipped: mdoc page (no mdoc package in the classic mode)",
+                      "%s/%s: mdoc page skipped: %s" % (mode, how, lines["man1/bsd.1"]))
+                check(b"1 skipped: mdoc page" in proc.stderr, "%s/%s: mdoc skip counted" % (mode, how))
             outputs[mode, how] = read(dst + "/man1/def.1.vif")
     full, classic = outputs["full", "here"], outputs["classic", "here"]
     check(full == direct(args.program, ["--full", "-man"], DEFINING_PAGE),
@@ -211,13 +220,14 @@ def main():
         check(lines["papers/paper.ms"][1] == "converted", "ms paper converted")
         check(lines["man1/stub.1"][1] == "redirect", "stub is a redirect")
         check(lines["man1/alias.1.gz"][1] == "redirect", "symbolic link is a redirect")
-        check(lines["man1/bsd.1"][1].startswith("skipped: mdoc"), "mdoc page skipped")
+        check(lines["man1/bsd.1"][1] == "converted", "mdoc page converted")
         check(lines["man1/damaged.1.gz"][1].startswith("failed"), "damaged page failed")
         check(lines["man1/outside.1"][1].startswith("skipped: redirect outside"), "escape from the tree refused")
         check(link(dst + "/man1/stub.1.vif") == "../man7/target.7.vif", "stub links to its target")
         check(link(dst + "/man1/alias.1.vif") == "packed.1.vif", "alias links to its target")
         check(not os.path.exists(dst + "/man1/damaged.1.vif"), "no output for a failure")
-        check(not os.path.exists(dst + "/man1/bsd.1.vif"), "no output for an mdoc page")
+        bsd = read(dst + "/man1/bsd.1.vif")
+        check(b" a page in mdoc " in bsd and b"Nd" not in bsd, "mdoc page's macros interpreted")
         check(read(dst + "/man1/packed.1.vif") ==
               direct(args.program, ["--full", "-man"], b".TH PACKED 1\n.SH NAME\npacked \\- compressed\n"),
               "compressed page converted as the converter does it directly")

@@ -510,14 +510,14 @@ void flags(const Macro& m, Span& span) {
     while (!span.atEnd() && !callable(span.peek())) {
         const Word& w = span.words[span.i++];
         if (delimiterOf(w) != Delim::None) {
-            if (count++ == 0) word("\\-", m.font);
+            if (count++ == 0) word("-", m.font);
             delimiter(w);
             continue;
         }
-        word("\\-" + w.text, m.font);
+        word("-" + w.text, m.font);
         count++;
     }
-    if (count == 0) word("\\-", m.font);
+    if (count == 0) word("-", m.font);
 }
 
 // The next word if it is an argument (not a macro nor a delimiter).
@@ -650,18 +650,46 @@ void sh(Span& span) {
     heading(s.sectionHeading, span);
 }
 
+// A scaling width ("6n", "1.5i", "20"), in inches. As on a terminal, for
+// which manual pages are written, an en and an em are one character.
+bool scalingWidth(const std::string& text, float& inches) {
+    size_t i = 0;
+    double value = 0, scale = 1;
+    bool any = false, point = false;
+    for (; i < text.size(); i++) {
+        char c = text[i];
+        if (c == '.' && !point) {
+            point = true;
+        } else if (c >= '0' && c <= '9') {
+            if (point) scale /= 10;
+            value = value * 10 + (c - '0');
+            any = true;
+        } else {
+            break;
+        }
+    }
+    if (!any || value > 1e6 || i + 1 < text.size()) return false;
+    double unit;
+    switch (i < text.size() ? text[i] : 'n') {
+        case 'n': case 'm': case 'M': unit = kCharWidth; break;
+        case 'i': unit = 1; break;
+        case 'c': unit = 1 / 2.54; break;
+        case 'p': unit = 1.0 / 72; break;
+        case 'P': case 'v': unit = 1.0 / 6; break;
+        case 'u': unit = 1.0 / 300; break;
+        default: return false;
+    }
+    inches = static_cast<float>(value * scale * unit);
+    return true;
+}
+
 // The width of -width or the offset of -offset: a scaling width ("6n",
 // "1i"), a name of mdoc's own ("indent"), or a text as wide as itself.
 float measure(const std::string& text, bool isWidth) {
     if (text == "indent" || text == "Ds") return kIndentOffset;
     if (text == "indent-two") return 2 * kIndentOffset;
     if (text == "left") return 0;
-    if (!text.empty() && ((text[0] >= '0' && text[0] <= '9') || text[0] == '.')) {
-        const char* p = text.c_str();
-        int64_t units = 0;
-        if (roffExpression(p, p + text.size(), 'n', units) && *p == '\0')
-            return static_cast<float>(units) / 300.0f;
-    }
+    if (float scaled; scalingWidth(text, scaled)) return scaled;
     if (text == "right" || text == "center") return kIndentOffset;
     float width = kCharWidth * static_cast<float>(text.size());
     return isWidth ? width + kColumnGap : width;
@@ -735,12 +763,24 @@ void itemPgf(const Block& list, const Pgf& format) {
     usePgf(format, list.margin, list.margin + list.width, space);
 }
 
+// Where the text of a list's items stands: beside the tags and markers, or
+// at the list's margin for lists whose items have no hanging part.
+float itemTextMargin(const Block& list) {
+    switch (list.type) {
+        case ListType::Item: case ListType::Ohang: case ListType::Inset: case ListType::Diag:
+        case ListType::Column:
+            return list.margin;
+        default: return list.margin + list.width;
+    }
+}
+
 void it(Span& span) {
     if (s.blocks.empty() || !s.blocks.back().isList) return;
     flush();
     Block& list = s.blocks.back();
     list.items++;
-    s.margin = list.margin;
+    // Paragraphs, displays and lists inside the item stand at its text.
+    s.margin = itemTextMargin(list);
     s.noSpace = false;
     switch (list.type) {
         case ListType::Bullet: case ListType::Dash: case ListType::Hyphen: case ListType::Enum: {
@@ -1259,7 +1299,11 @@ void line(const Macro& m, Span& span) {
             break;
         case Id::Sm: {
             std::string mode = span.atEnd() ? "" : span.peek().text;
+            bool wasSpacing = s.isSpacing;
             s.isSpacing = mode == "on" ? true : mode == "off" ? false : !s.isSpacing;
+            // The last line joined what was to come: what comes now is
+            // apart from it again.
+            if (s.isSpacing && !wasSpacing) RopeCatString(tv.TVReturn.text.get(), "\\& \\c\n");
             return;
         }
         case Id::Rs:

@@ -126,6 +126,7 @@ const char* packageOption(Package package) {
         case Package::Man: return "-man";
         case Package::Me: return "-me";
         case Package::Ms: return "-ms";
+        case Package::Mdoc: return "-mdoc";
         case Package::None: break;
     }
     return "";
@@ -293,8 +294,11 @@ void classify(const Options& options, const std::string& rootPath, Job& job, con
             job.action = Action::Redirect;
             job.target = rel;
         }
-    } else if (isMdoc(text)) {
-        job.reason = "mdoc page (no mdoc package)";
+    } else if (isMdoc(text) && !options.isFull) {
+        job.reason = "mdoc page (no mdoc package in the classic mode)";
+    } else if (isMdoc(text) && options.forced == Package::None) {
+        job.package = Package::Mdoc;
+        job.action = Action::Convert;
     } else {
         job.package = options.forced != Package::None ? options.forced : choosePackage(job.relative, text);
         if (job.package == Package::None) {

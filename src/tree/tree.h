@@ -16,7 +16,7 @@
 
 namespace tree {
 
-enum class Package { None, Man, Me, Ms };
+enum class Package { None, Man, Me, Ms, Mdoc };
 
 struct Options {
     std::string source, destination;
@@ -57,8 +57,8 @@ bool readSource(const std::string& path, std::string& text, std::string& problem
 // The target of a page that holds only a ".so NAME" line (comments and blank
 // lines aside), or "" when the page is not such a stub.
 std::string soTarget(const std::string& text);
-// True for pages written with the mdoc macros (.Dd / .Dt / .Sh), which the
-// converter has no package for.
+// True for pages written with the mdoc macros (.Dd / .Dt / .Sh), which only
+// the full mode has a package for.
 bool isMdoc(const std::string& text);
 // The package a file is written for: man for pages in a section folder
 // (man1, man3p, ...) or with .TH; ms or me by extension or by the macros
