@@ -10,6 +10,19 @@ A case is tests/<tree>/<area>/<topic>/<name>.tr with beside it:
                  the output has no such line. Written by hand, never by
                  --update. A case has a .vif, a .body, or neither (then the
                  standard output must be empty); with both, both are compared.
+  <name>.text    instead of or besides those: the text of the body, one line
+                 per paragraph, "TAG [FIRST LEFT]: text": the paragraph's
+                 format without the number of its variant, the first-line and
+                 left indents of that variant in the catalog, then its
+                 Strings and Chars with the changes of font written in the
+                 paragraph marked where text follows them ({B}, {I}, {BI},
+                 {R}; a C before them for Courier, {S} for Symbol; the
+                 paragraph's own font, from its format, counts as {R}); a tab
+                 is "\t", a hard return "\r", a character code above 127
+                 "<N>"; trailing blanks of a paragraph are dropped. A first
+                 line "page: HL | HC | HR / FL | FC | FR" gives the page's
+                 headers and footers when it has any. Written by hand, for
+                 cases about words, spacing and structure.
   <name>.err     the exact standard error (absent: empty)
   <name>.status  the exit status (absent: 0)
   <name>.args    the command-line words, one line, split like a shell would;
@@ -28,6 +41,7 @@ afterwards: the converter removes its temporary files on every path.
 import argparse
 import difflib
 import os
+import re
 import shlex
 import subprocess
 import sys
@@ -67,6 +81,86 @@ def body(output):
     return b""
 
 
+PARA_TAG_RE = re.compile(rb"<Para <PgfTag `([^']*)'>")
+STRING_ESCAPE_RE = re.compile(rb"\\(t|>|\\|x([0-9A-Fa-f]{2}) )")
+FONT_PROPERTY_RE = re.compile(rb"<(FBold|FItalic|FPlain|FFamily) `?([^'>]*)'?>")
+
+
+def font_mark(bold, italic, family):
+    name = ("C" if family == b"Courier" else "") + ("B" if bold else "") + ("I" if italic else "")
+    if family == b"Symbol":
+        return "{S}"
+    return "{%s}" % (name if name not in ("", "C") else name + "R")
+
+
+CATALOG_PGF_RE = re.compile(rb"<Pgf\n\t<PgfTag `([^']*)'>(.*?)\n>", re.S)
+INDENT_RE = re.compile(rb"<Pgf(F|L)Indent ([0-9.]+)\"?>")
+VARIANT_RE = re.compile(r"^(.*?)\d*$")
+PAGE_FIELD_RE = re.compile(rb"\n\t<((?:Header|Footer)[LCR]) `([^']*)'>")
+
+
+def catalog_indents(output):
+    """The first-line and left indents of every format of the catalog."""
+    indents = {}
+    for name, props in CATALOG_PGF_RE.findall(output.split(b"<AFrames", 1)[0]):
+        found = dict(INDENT_RE.findall(props))
+        indents[name.decode("latin-1")] = "[%s %s]" % (found.get(b"F", b"?").decode(),
+                                                       found.get(b"L", b"?").decode())
+    return indents
+
+
+def paragraphs(output):
+    """The body as one line per paragraph, as a .text file holds it."""
+    indents = catalog_indents(output)
+    page = dict(PAGE_FIELD_RE.findall(output.split(b"\n<Para ", 1)[0]))
+    head = ""
+    if page:
+        fields = [page.get(k, b"").decode("latin-1") for k in
+                  (b"HeaderL", b"HeaderC", b"HeaderR", b"FooterL", b"FooterC", b"FooterR")]
+        head = "page: %s | %s | %s / %s | %s | %s\n" % tuple(fields)
+    paras = []
+    bold = italic = False
+    family, shown = b"", "{R}"
+    for raw in body(output).split(b"\n"):
+        line = raw.strip()
+        tag = PARA_TAG_RE.match(raw)
+        if tag:
+            name = tag.group(1).decode("latin-1")
+            paras.append(["%s %s" % (VARIANT_RE.match(name).group(1), indents.get(name, "[? ?]")), ""])
+            bold = italic = False
+            family, shown = b"", "{R}"
+            continue
+        if not paras:
+            continue
+        text = None
+        if line.startswith(b"<Font "):
+            for prop, value in FONT_PROPERTY_RE.findall(line):
+                if prop == b"FPlain" and value == b"Yes":
+                    bold = italic = False
+                elif prop == b"FBold":
+                    bold = value == b"Yes"
+                elif prop == b"FItalic":
+                    italic = value == b"Yes"
+                elif prop == b"FFamily":
+                    family = value
+        elif line.startswith(b"<String `"):
+            inner = line[len(b"<String `"):line.rindex(b"'>")]
+            text = STRING_ESCAPE_RE.sub(
+                lambda m: b"\\t" if m.group(1) == b"t" else
+                b"<%d>" % int(m.group(2), 16) if m.group(2) else m.group(1), inner).decode("latin-1")
+        elif line.startswith(b"<Char HardReturn>"):
+            text = "\\r"
+        elif line.startswith(b"<Char "):
+            text = "<%s>" % line[len(b"<Char "):].split(b">")[0].decode()
+        if text:
+            mark = font_mark(bold, italic, family)
+            if mark != shown:
+                paras[-1][1] += mark
+                shown = mark
+            paras[-1][1] += text
+    return (head + "".join("%s: %s\n" % (tag, text.rstrip(" ")) for tag, text in paras)).encode("latin-1")
+
+
 def diff(expected, actual, label):
     lines = difflib.unified_diff(
         expected.decode("latin-1").splitlines(True),
@@ -90,7 +184,7 @@ def run_case(program, base, update):
                 return ["timed out"]
         left = os.listdir(tmpdir)
     if update:
-        if os.path.exists(base + ".body"):
+        if os.path.exists(base + ".body") or os.path.exists(base + ".text"):
             return []  # hand-written expectations are never rewritten
         with open(base + ".vif", "wb") as f:
             f.write(proc.stdout)
@@ -109,7 +203,10 @@ def run_case(program, base, update):
     checks = [(".err", proc.stderr)]
     if os.path.exists(base + ".body"):
         checks.insert(0, (".body", body(proc.stdout)))
-    if os.path.exists(base + ".vif") or not os.path.exists(base + ".body"):
+    if os.path.exists(base + ".text"):
+        checks.insert(0, (".text", paragraphs(proc.stdout)))
+    if os.path.exists(base + ".vif") or not (os.path.exists(base + ".body") or
+                                             os.path.exists(base + ".text")):
         checks.insert(0, (".vif", proc.stdout))
     for suffix, actual in checks:
         expected = read(base + suffix)

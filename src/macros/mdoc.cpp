@@ -4,6 +4,7 @@
 // turned into text with font escapes, pushed back as input, while the
 // structure (sections, lists, displays, the synopsis) switches among the
 // package's named paragraph formats.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -204,9 +205,13 @@ struct MdocState {
     std::vector<Word> words;
 
     Pgf body, sectionHeading, subsectionHeading, tagged, literal, synopsis, column;
-    TabStop bodyStops[kTabStopCount];
-    TabStop hangStops[kTabStopCount];   // one stop at the left indent
-    TabStop columnStops[kTabStopCount];
+    // The formats' tab stops, every half inch. A paragraph takes the live
+    // stops (tv.TVTabStops, from its left indent): the package sets them all
+    // at that indent in tagged paragraphs, at the columns in a column list,
+    // and gives back the document's own (ta) elsewhere.
+    TabStop formatStops[kTabStopCount];
+    TabStop documentStops[kTabStopCount];
+    bool ownStops = false;  // the live stops are the package's
 
     std::string header;   // NAME(SECTION)
     std::string volume;
@@ -230,9 +235,25 @@ Font sizedFont(char style) {
     return f;
 }
 
+// The live tab stops for a paragraph of `format`: the document's own, or
+// the package's for tags and columns.
+void useStops(const Pgf& format) {
+    bool own = format.PgfTag == s.tagged.PgfTag || format.PgfTag == s.column.PgfTag;
+    if (own && !s.ownStops) std::copy(tv.TVTabStops, tv.TVTabStops + kTabStopCount, s.documentStops);
+    if (!own && s.ownStops) std::copy(s.documentStops, s.documentStops + kTabStopCount, tv.TVTabStops);
+    s.ownStops = own;
+    if (format.PgfTag == s.tagged.PgfTag) {
+        for (TabStop& stop : tv.TVTabStops) {
+            stop.TSX.value = 0;
+            stop.TSType = kTSLeft;
+        }
+    }
+}
+
 // Switches to `format` with its indents from the margins, opening a new
 // paragraph at the next text.
 void usePgf(const Pgf& format, float first, float left, float space) {
+    useStops(format);
     tv.TVPgf = format;
     tv.TVPgf.PgfFIndent.value = kBaseIndent + first;
     tv.TVPgf.PgfLIndent.value = kBaseIndent + left;
@@ -255,15 +276,13 @@ void defineFormats() {
     body.PgfFIndent = inches(kBaseIndent);
     body.PgfSpBefore = inches(kParaSpace);
     for (int i = 0; i < kTabStopCount; i++) {
-        TabStop& stop = s.bodyStops[i];
+        TabStop& stop = s.formatStops[i];
         stop = TabStop{};
         stop.mask = bit(TabStopBit::TSX) | bit(TabStopBit::TSType);
         stop.TSX = inches(0.5f * static_cast<float>(i + 1));
-        s.hangStops[i] = stop;
-        s.hangStops[i].TSX = inches(0);
-        s.columnStops[i] = stop;
+        tv.TVTabStops[i] = stop;
     }
-    body.tabStops = s.bodyStops;
+    body.tabStops = s.formatStops;
     body.PgfNumTabs = kTabStopCount;
     body.mask = bit(PgfBit::PgfTag) | bit(PgfBit::PgfAlignment) | bit(PgfBit::PgfForceFont) |
                 bit(PgfBit::font) | bit(PgfBit::PgfBlockSize) | bit(PgfBit::PgfLIndent) |
@@ -287,8 +306,6 @@ void defineFormats() {
     s.tagged = body;
     s.tagged.PgfTag = "mdoc tagged";
     s.tagged.PgfLIndent.value = kBaseIndent + kTagWidth;
-    s.tagged.tabStops = s.hangStops;
-    s.tagged.PgfNumTabs = 1;
     TVPgfOut(s.tagged);
 
     s.literal = body;
@@ -310,7 +327,6 @@ void defineFormats() {
     s.column = body;
     s.column.PgfTag = "mdoc column";
     s.column.PgfAlignment = kAlignLeft;
-    s.column.tabStops = s.columnStops;
     TVPgfOut(s.column);
 
     TVFontSetFamilyStyle("Times", 'R');
@@ -802,11 +818,14 @@ void it(Span& span) {
         case ListType::Column: {
             float space = list.isCompact && list.items > 1 ? 0 : kParaSpace;
             usePgf(s.column, list.margin, list.margin, space);
-            float x = kBaseIndent + list.margin;
+            // A stop after each column, from the left indent; half inches
+            // beyond the last.
+            float x = 0;
             size_t n = list.columns.size() < kTabStopCount ? list.columns.size() : kTabStopCount;
             for (size_t k = 0; k < kTabStopCount; k++) {
-                if (k < n) x += list.columns[k];
-                s.columnStops[k].TSX.value = k < n ? x : x + 0.5f * static_cast<float>(k + 1 - n);
+                x += k < n ? list.columns[k] : 0.5f;
+                tv.TVTabStops[k].TSX.value = x;
+                tv.TVTabStops[k].TSType = kTSLeft;
             }
             parse(span);
             flush();
