@@ -15,7 +15,7 @@ A case is tests/<tree>/<area>/<topic>/<name>.tr with beside it:
                  format without the number of its variant, the first-line and
                  left indents of that variant in the catalog, then its
                  Strings and Chars with the changes of font written in the
-                 paragraph marked where text follows them ({B}, {I}, {BI},
+                 paragraph marked before the next visible character ({B}, {I}, {BI},
                  {R}; a C before them for Courier, {S} for Symbol; the
                  paragraph's own font, from its format, counts as {R}); a tab
                  is "\t", a hard return "\r", a character code above 127
@@ -153,9 +153,12 @@ def paragraphs(output):
         elif line.startswith(b"<Char "):
             text = "<%s>" % line[len(b"<Char "):].split(b">")[0].decode()
         if text:
+            # A blank shows no font: a change is marked just before the
+            # first visible character after it.
             mark = font_mark(bold, italic, family)
-            if mark != shown:
-                paras[-1][1] += mark
+            visible = len(text) - len(text.lstrip(" "))
+            if mark != shown and visible < len(text):
+                text = text[:visible] + mark + text[visible:]
                 shown = mark
             paras[-1][1] += text
     return (head + "".join("%s: %s\n" % (tag, text.rstrip(" ")) for tag, text in paras)).encode("latin-1")

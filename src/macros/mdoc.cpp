@@ -1086,7 +1086,7 @@ void runMacro(const Macro& m, Span& span) {
         case Id::Va: case Id::No: case Id::Fr:
             inlineWords(m, span);
             break;
-        case Id::Ar: inlineWords(m, span, "file\\ ..."); break;
+        case Id::Ar: inlineWords(m, span, "file ..."); break;
         case Id::Pa: inlineWords(m, span, "\\(ti"); break;
         case Id::Fl: flags(m, span); break;
         case Id::Nm: nameMacro(m, span); break;
