@@ -29,7 +29,9 @@ while IFS= read -r -d '' tr; do
   [ -f "$args" ] && words=$(tr -d '\0' < "$args")
   package=0
   case "$words" in
-    *-man*) package=1 ;; *-me*) package=2 ;; *-ms*) package=3 ;; *-my*) package=4 ;;
+    # An mdoc page runs as man: in the full mode -man reads a page whose
+    # first macro is Dd with the mdoc package.
+    *-man* | *-mdoc*) package=1 ;; *-me*) package=2 ;; *-ms*) package=3 ;; *-my*) package=4 ;;
   esac
   modes="0 5"
   case "$words" in *--full*) modes=5 ;; esac

@@ -6,6 +6,7 @@
 // package's named paragraph formats.
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -33,8 +34,15 @@ constexpr float kMarkWidth = 3 * kCharWidth;               // bullets, dashes
 constexpr float kNumberWidth = 4 * kCharWidth;             // enumerated items
 constexpr float kColumnGap = 2 * kCharWidth;
 
-// Lists and displays nest this deep; deeper ones are read but indent no more.
+// Lists and displays nest this deep; deeper ones are read but indent no more,
+// so that a page cannot make a new paragraph format at every level.
 constexpr size_t kMaxBlocks = 64;
+// No width, offset or margin goes beyond this many inches.
+constexpr float kMaxMeasure = 4.0f;
+constexpr float kMaxMargin = 6.0f;
+// Enclosures within enclosures on one line (.Op Op Op ...) nest this deep;
+// deeper ones are read as their words alone, with one warning.
+constexpr int kMaxEnclosures = 64;
 
 // ---- Macros -------------------------------------------------------------------
 
@@ -188,6 +196,8 @@ struct MdocState {
     std::string name;  // the first Nm of the page
     std::vector<Block> blocks;
     float margin = 0;  // beyond the base indent
+    int enclosures = 0;        // enclosures open on the line being parsed
+    bool warnedDepth = false;
     bool isSpacing = true;     // Sm
     bool noSpace = false;      // the next word joins the last one
     bool inTag = false;        // an It head is being read
@@ -544,6 +554,16 @@ bool takeArgument(Span& span, std::string& text) {
 }
 
 void enclose(const char* open, const char* close, Span& span) {
+    if (s.enclosures >= kMaxEnclosures) {
+        if (!s.warnedDepth) {
+            TVWarningPre();
+            std::fprintf(stderr, "Enclosures nested deeper than %d; the deeper ones enclose nothing.\n",
+                         kMaxEnclosures);
+            s.warnedDepth = true;
+        }
+        return;
+    }
+    s.enclosures++;
     size_t end = withoutTrailingDelimiters(span);
     word(open, "");
     s.noSpace = true;
@@ -552,6 +572,7 @@ void enclose(const char* open, const char* close, Span& span) {
     span.i = inner.i;
     s.noSpace = true;
     word(close, "");
+    s.enclosures--;
 }
 
 // Fn: the function's name, its arguments in parentheses.
@@ -705,15 +726,22 @@ float measure(const std::string& text, bool isWidth) {
     if (text == "indent" || text == "Ds") return kIndentOffset;
     if (text == "indent-two") return 2 * kIndentOffset;
     if (text == "left") return 0;
-    if (float scaled; scalingWidth(text, scaled)) return scaled;
+    if (float scaled; scalingWidth(text, scaled)) return std::min(scaled, kMaxMeasure);
     if (text == "right" || text == "center") return kIndentOffset;
-    float width = kCharWidth * static_cast<float>(text.size());
+    float width = kCharWidth * static_cast<float>(std::min<size_t>(text.size(), 48));
     return isWidth ? width + kColumnGap : width;
 }
 
-void pushBlock(Block block) {
+// A list's or display's margin: `offset` beyond the margin in force, up to
+// the deepest level that still indents.
+float blockMargin(float offset) {
+    if (s.blocks.size() >= kMaxBlocks) return s.margin;
+    return std::min(s.margin + offset, kMaxMargin);
+}
+
+void pushBlock(const Block& block) {
     s.blocks.push_back(block);
-    if (s.blocks.size() <= kMaxBlocks) s.margin = block.margin;
+    s.margin = block.margin;
 }
 
 bool popBlock(bool isList) {
@@ -768,7 +796,7 @@ void bl(Span& span) {
             default: list.width = 0; break;
         }
     }
-    list.margin = s.margin + offset;
+    list.margin = blockMargin(offset);
     pushBlock(list);
 }
 
@@ -796,7 +824,7 @@ void it(Span& span) {
     Block& list = s.blocks.back();
     list.items++;
     // Paragraphs, displays and lists inside the item stand at its text.
-    s.margin = itemTextMargin(list);
+    s.margin = s.blocks.size() > kMaxBlocks ? list.margin : std::min(itemTextMargin(list), kMaxMargin);
     s.noSpace = false;
     switch (list.type) {
         case ListType::Bullet: case ListType::Dash: case ListType::Hyphen: case ListType::Enum: {
@@ -914,7 +942,7 @@ void bd(Span& span) {
             display.isCompact = true;
         }
     }
-    display.margin = s.margin + offset;
+    display.margin = blockMargin(offset);
     display.wasLiteral = s.isLiteral;
     pushBlock(display);
     usePgf(isLiteral ? s.literal : s.body, s.margin, s.margin, display.isCompact ? 0 : kParaSpace);
