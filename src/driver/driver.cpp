@@ -123,6 +123,8 @@ constexpr const char* kLongOptionLines[] = {
     "\t--full\t\tFull mode: also interpret macro definitions, conditionals,\n",
     "\t\t\tregisters, includes, groff escapes and UTF-8 input.\n",
     "\t\t\tIt comes before the other options: --full -man page.1\n",
+    "\t\t\tIn the full mode -mdoc uses the mdoc package, and -man\n",
+    "\t\t\tuses it for a page whose first macro is .Dd.\n",
 };
 
 [[noreturn]] void printUsage(bool withLongOptions = false) {
