@@ -19,7 +19,8 @@ A case is tests/<tree>/<area>/<topic>/<name>.tr with beside it:
                  {R}; a C before them for Courier, {S} for Symbol; the
                  paragraph's own font, from its format, counts as {R}); a tab
                  is "\t", a hard return "\r", a character code above 127
-                 "<N>"; trailing blanks of a paragraph are dropped. A first
+                 "<N>", a marker "{M:its text}"; trailing blanks of a
+                 paragraph are dropped. A first
                  line "page: HL | HC | HR / FL | FC | FR" gives the page's
                  headers and footers when it has any. Written by hand, for
                  cases about words, spacing and structure.
@@ -148,6 +149,8 @@ def paragraphs(output):
             text = STRING_ESCAPE_RE.sub(
                 lambda m: b"\\t" if m.group(1) == b"t" else
                 b"<%d>" % int(m.group(2), 16) if m.group(2) else m.group(1), inner).decode("latin-1")
+        elif line.startswith(b"<MText `"):
+            paras[-1][1] += "{M:%s}" % line[len(b"<MText `"):line.rindex(b"'>")].decode("latin-1")
         elif line.startswith(b"<Char HardReturn>"):
             text = "\\r"
         elif line.startswith(b"<Char "):

@@ -46,13 +46,6 @@ constexpr int kMaxEnclosures = 64;
 
 // ---- Macros -------------------------------------------------------------------
 
-// What a macro does with its line.
-enum class Kind {
-    Inline,    // words in a font, up to the next callable macro
-    Enclose,   // the rest of the line between two delimiters
-    Other,     // a handler of its own
-};
-
 enum class Id {
     Ad, An, Ap, Ar, At, Bd, Bf, Bk, Bl, Bsx, Bt, Bx, Cd, Cm, D1, Db, Dd, Dl, Dt, Dv, Dx, Ed, Ef, Ek,
     El, Em, Er, Es, Ev, Ex, Fa, Fc, Fd, Fl, Fn, Fo, Fr, Ft, Fx, Hf, Ic, In, It, Lb, Li, Lk, Lp, Ms,
@@ -157,7 +150,7 @@ const Enclosure* findEnclosure(Id id) {
 
 enum class ListType { Bullet, Dash, Hyphen, Enum, Item, Tag, Diag, Hang, Ohang, Inset, Column };
 
-enum class Section { None, Name, Synopsis, Other };
+enum class Section { None, Synopsis, Other };
 
 // What the last line of the synopsis was, to put space between groups.
 enum class SynopsisLine { None, Name, Include, Type, Function, Variable };
@@ -623,10 +616,7 @@ bool isFirstOnLine(const Span& span) { return span.i == 1; }
 // A line of the synopsis: a paragraph of its own, after a space when it
 // starts a group of another kind.
 void synopsisLine(SynopsisLine kind, bool afterType = false) {
-    float space = (s.lastSynopsis == SynopsisLine::None || s.lastSynopsis == kind || afterType)
-                      ? 0
-                      : kParaSpace;
-    if (s.lastSynopsis == SynopsisLine::None) space = kParaSpace;
+    float space = s.lastSynopsis == kind || afterType ? 0 : kParaSpace;
     s.lastSynopsis = kind;
     flush();
     Pgf& format = s.synopsis;
@@ -678,9 +668,7 @@ void heading(const Pgf& format, Span& span) {
 void sh(Span& span) {
     std::string title;
     for (size_t k = span.i; k < span.end; k++) title += (k > span.i ? " " : "") + span.words[k].text;
-    s.section = title == "NAME" ? Section::Name
-                : title == "SYNOPSIS" ? Section::Synopsis
-                                      : Section::Other;
+    s.section = title == "SYNOPSIS" ? Section::Synopsis : Section::Other;
     s.lastSynopsis = SynopsisLine::None;
     s.splitAuthors = title == "AUTHORS";
     s.seenAuthor = false;
