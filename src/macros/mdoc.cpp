@@ -1402,7 +1402,7 @@ constexpr struct {
     {"If", "\\(if"},    {"Le", "\\(<="},    {"Lq", "\\(lq"},   {"Lt", "<"},
     {"Na", "NaN"},      {"Ne", "\\(!="},    {"Pi", "\\(*p"},   {"Pm", "\\(+-"},
     {"Rq", "\\(rq"},    {"Tm", "\\(tm"},    {"q", "\""},       {"Px", "POSIX"},
-    {"Ai", "ANSI"},     {"Ux", "UNIX"},
+    {"Ai", "ANSI"},
 };
 
 }  // namespace
