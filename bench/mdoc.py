@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Speed of the full mode on mdoc pages beside man pages of the same size.
 
-  python3 bench/mdoc.py --program build/trofftovif [--rounds 5]
+  python3 bench/mdoc.py --program build/trofftovif [--rounds 5] [--callgrind]
 
 Every installed mdoc page (as tests/compare_check.py finds them) is paired
 with the installed man(7) page closest to it in decompressed size, each page
@@ -9,11 +9,14 @@ used once. Both sets are decompressed into a temporary directory and converted
 one process per page, trofftovif --full -mdoc and trofftovif --full -man, the
 two sets alternating round by round. Printed: pages, bytes, CPU seconds (user
 + system of the converters) per round at the median, and the ratio of CPU time
-per page and per byte, mdoc over man.
+per page and per byte, mdoc over man. With --callgrind, also the instructions
+each set takes under valgrind's callgrind (a count that does not depend on the
+machine's load), start-up included.
 """
 import argparse
 import bisect
 import os
+import re
 import resource
 import statistics
 import subprocess
@@ -38,10 +41,24 @@ def convert_all(program, package, files):
     return children_cpu() - start
 
 
+def instructions(program, package, files, d):
+    total = 0
+    for k, path in enumerate(files):
+        out = os.path.join(d, "callgrind.%s.%d" % (package[1:], k))
+        subprocess.run(["valgrind", "--tool=callgrind", "--callgrind-out-file=" + out, program, "--full",
+                        package, path], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+        with open(out) as f:
+            m = re.search(r"^summary: (\d+)", f.read(), re.M)
+        total += int(m.group(1)) if m else 0
+        os.remove(out)
+    return total
+
+
 def main(argv=None):
     ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     ap.add_argument("--program", required=True)
     ap.add_argument("--rounds", type=int, default=5)
+    ap.add_argument("--callgrind", action="store_true")
     ap.add_argument("--man-dir", default=corpus_check.MAN_DIR)
     args = ap.parse_args(argv)
 
@@ -79,6 +96,9 @@ def main(argv=None):
                 with open(path, "wb") as f:
                     f.write(data)
                 sets[package].append(path)
+        counts = {}
+        if args.callgrind:
+            counts = {p: instructions(args.program, p, sets[p], d) for p in sets}
         times = {"-mdoc": [], "-man": []}
         for _ in range(args.rounds):
             for package in ("-mdoc", "-man"):
@@ -93,6 +113,10 @@ def main(argv=None):
     print()
     print("mdoc over man: %.2f per page, %.2f per byte" %
           (med["-mdoc"] / med["-man"], (med["-mdoc"] / size["-mdoc"]) / (med["-man"] / size["-man"])))
+    if counts:
+        print("instructions: mdoc %d (%.0f per page), man %d (%.0f per page); mdoc over man %.2f" %
+              (counts["-mdoc"], counts["-mdoc"] / n, counts["-man"], counts["-man"] / n,
+               counts["-mdoc"] / counts["-man"]))
 
 
 if __name__ == "__main__":
