@@ -108,13 +108,24 @@ constexpr Macro kMacros[] = {
     {"Xr", Id::Xr, true, ""},
 };
 
+// A name of two or three characters as one number that sorts as the name
+// does; 0 for any other length. Every word of a macro line is looked up, so
+// the search compares numbers, not strings.
+constexpr uint32_t macroKey(std::string_view name) {
+    if (name.size() < 2 || name.size() > 3) return 0;
+    auto byte = [&](size_t k) { return k < name.size() ? static_cast<uint32_t>(static_cast<unsigned char>(name[k])) : 0u; };
+    return byte(0) << 16 | byte(1) << 8 | byte(2);
+}
+
 const Macro* findMacro(std::string_view name) {
+    uint32_t key = macroKey(name);
+    if (key == 0) return nullptr;
     size_t low = 0, high = std::size(kMacros);
     while (low < high) {
         size_t mid = (low + high) / 2;
-        int order = name.compare(kMacros[mid].name);
-        if (order == 0) return &kMacros[mid];
-        if (order < 0)
+        uint32_t other = macroKey(kMacros[mid].name);
+        if (key == other) return &kMacros[mid];
+        if (key < other)
             high = mid;
         else
             low = mid + 1;
@@ -440,10 +451,11 @@ void endTag() {
 
 // ---- Arguments --------------------------------------------------------------------
 
-// Splits a macro line's arguments: blanks separate words, a quoted word may
+// Splits a macro line into its name and its arguments: blanks separate words, a quoted word may
 // hold blanks ("" is a quote). In a column list a tab separates cells too.
-void splitWords(std::string_view rest, bool tabIsCell, std::vector<Word>& words) {
+void splitWords(std::string_view name, std::string_view rest, bool tabIsCell, std::vector<Word>& words) {
     words.clear();
+    words.push_back(Word{std::string(name), false});
     size_t i = 0, n = rest.size();
     while (i < n) {
         while (i < n && rest[i] == ' ') i++;
@@ -1371,15 +1383,11 @@ void line(const Macro& m, Span& span) {
 bool mdocLine(const std::string& name, std::string_view rest) {
     const Macro* m = findMacro(name);
     if (!m) return false;
-    // The words are parsed from a copy: a macro may call the roff layer.
-    std::string copy(rest);
     bool isColumnRow = m->id == Id::It && !s.blocks.empty() && s.blocks.back().type == ListType::Column;
-    std::vector<Word> words;
-    words.push_back(Word{name, false});
-    std::vector<Word> args;
-    splitWords(copy, isColumnRow, args);
-    for (Word& w : args) words.push_back(std::move(w));
-    Span span{words, 1, words.size()};
+    // The macro itself, then its arguments; the vector keeps its room from
+    // line to line.
+    splitWords(name, rest, isColumnRow, s.words);
+    Span span{s.words, 1, s.words.size()};
     s.out.clear();
     line(*m, span);
     return true;

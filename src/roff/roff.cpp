@@ -44,7 +44,7 @@ struct Line {
 using RoffHandler = bool (*)(const Line&);
 
 struct RoffRequest {
-    const char* name;
+    std::string_view name;  // its length known at compile time: every control line searches
     RoffHandler handler;
 };
 
@@ -782,7 +782,7 @@ void RoffDefine() {
     for (int c = 0; c < 256; c++) roff.tr[c] = static_cast<unsigned char>(c);
     // The table is searched by halves: keep it sorted.
     for (size_t i = 1; i < std::size(kRequests); i++) {
-        if (std::string_view(kRequests[i - 1].name) >= kRequests[i].name) std::abort();
+        if (kRequests[i - 1].name >= kRequests[i].name) std::abort();
     }
     roffSetRegister("%", 1);
     char resolved[PATH_MAX];
@@ -818,10 +818,11 @@ RoffLine RoffControlLine(int controlChar) {
         callMacro(line, copy);
         return RoffLine::Done;
     }
+    // A package's own macros have capitalised names that no request has.
+    if (packageLine && packageLine(name, normalRest(line))) return RoffLine::Done;
     if (const RoffRequest* request = findRequest(name)) {
         if (request->handler(line)) return RoffLine::Done;
     }
-    if (packageLine && packageLine(name, normalRest(line))) return RoffLine::Done;
     if (isNative(name)) {
         roffSplitArgs(normalRest(line), scratch.args);
         // The rules take nine arguments: the ninth gets the rest, so that a
