@@ -56,9 +56,13 @@ struct MainLoopState {
     // TVPgf refers to them, so they live here rather than in pgfOpen's frame.
     TabStop shiftedTabStops[kTabStopCount];
     // The width and height one character of size cursorSize adds to the
-    // cursor, worked out again only when the size changes.
+    // cursor, worked out again only when the size changes. The width is kept
+    // in double precision and each sum stored as a float, the rounding that
+    // lengths decoded from arguments get too: single-precision sums decide
+    // the other way when a line's estimate lands on an indent.
     int32_t cursorSize = 0;
-    float charWidth = 0, charHeight = 0;
+    double charWidth = 0;
+    float charHeight = 0;
     // The full mode's includes: the stream each one interrupted, innermost
     // last, with the folder of the file being read then.
     struct Include {
@@ -332,9 +336,9 @@ void doIt() {
         if (tv.TVSize != s.cursorSize) {
             s.cursorSize = tv.TVSize;
             s.charHeight = tv.TVSize / 72.0f;
-            s.charWidth = 0.6f * tv.TVSize / 72.0f;
+            s.charWidth = 0.6 * tv.TVSize / 72.0;
         }
-        tv.TVCursor.x += s.charWidth;
+        tv.TVCursor.x = static_cast<float>(tv.TVCursor.x + s.charWidth);
         if (s.charHeight > tv.TVCursor.y) tv.TVCursor.y = s.charHeight;
         s.lastOutC = static_cast<char>(c);
     }
