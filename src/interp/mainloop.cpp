@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -32,6 +33,10 @@ constexpr size_t kMaxExpansion = size_t{1} << 12;  // the fuzzing build's (CMake
 constexpr size_t kMaxExpansion = size_t{1} << 20;
 #endif
 
+// Wider than any type size, so that no size matches it: the cursor's width
+// and height are then worked out at the next character.
+constexpr int64_t kNoCursorSize = INT64_MIN;
+
 struct MainLoopState {
     // Pushed-back input, kept reversed: the next character to read is at the
     // back, so reading one costs O(1) and pushing n characters costs O(n).
@@ -55,10 +60,14 @@ struct MainLoopState {
     // The tab stops of the paragraph opened last, shifted by its left indent.
     // TVPgf refers to them, so they live here rather than in pgfOpen's frame.
     TabStop shiftedTabStops[kTabStopCount];
-    // The width and height one character of size cursorSize adds to the
-    // cursor, worked out again only when the size changes.
-    int32_t cursorSize = 0;
-    float charWidth = 0, charHeight = 0;
+    // The width one character of size cursorSize adds to the cursor, worked
+    // out again only when the size changes or a line begins (which is also
+    // when the line's height is raised, once per size). The width is kept in
+    // double precision and each sum stored as a float, the rounding that
+    // lengths decoded from arguments get too: single-precision sums decide
+    // the other way when a line's estimate lands on an indent.
+    int64_t cursorSize = kNoCursorSize;
+    double charWidth = 0;
     // The full mode's includes: the stream each one interrupted, innermost
     // last, with the folder of the file being read then.
     struct Include {
@@ -69,6 +78,13 @@ struct MainLoopState {
     std::string folder;  // of the file being read
 };
 MainLoopState s;
+
+// The start of an output line: nothing on it yet, its first character takes
+// the width and height of its size afresh.
+inline void resetCursor() {
+    tv.TVCursor = Cursor{};
+    s.cursorSize = kNoCursorSize;
+}
 
 inline void writeChar(char c) {
     if (!VifCharOut(c, driver.bodyStream)) fatalStdio();
@@ -201,7 +217,7 @@ void doIt() {
     uint32_t newlines = 0;  // consecutive newlines of text
     s.echoes.clear();
     s.lastOutC = ' ';
-    tv.TVCursor = Cursor{};
+    resetCursor();
 
     for (;;) {
         int c = nextChar();
@@ -340,18 +356,18 @@ void doIt() {
             } else {
                 writeChar(kHardReturn);
             }
-            tv.TVCursor = Cursor{};
+            resetCursor();
             s.lastOutC = kNewline;
             continue;
         }
         writeChar(c == kLiteralBackslash ? '\\' : static_cast<char>(c));
         if (tv.TVSize != s.cursorSize) {
             s.cursorSize = tv.TVSize;
-            s.charHeight = tv.TVSize / 72.0f;
-            s.charWidth = 0.6f * tv.TVSize / 72.0f;
+            s.charWidth = 0.6 * tv.TVSize / 72.0;
+            float height = tv.TVSize / 72.0f;
+            if (height > tv.TVCursor.y) tv.TVCursor.y = height;
         }
-        tv.TVCursor.x += s.charWidth;
-        if (s.charHeight > tv.TVCursor.y) tv.TVCursor.y = s.charHeight;
+        tv.TVCursor.x = static_cast<float>(tv.TVCursor.x + s.charWidth);
         s.lastOutC = static_cast<char>(c);
     }
 

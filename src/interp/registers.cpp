@@ -49,11 +49,16 @@ struct RegistersState {
 
     std::vector<std::unique_ptr<PendingMarker>> markerStore;
     PendingMarker* markers = nullptr;
-    // Pending nodes always come before free ones in the list: new nodes go to
-    // the head only when none is free, free nodes are taken in list order,
-    // and writing frees all of them. So the first free node is remembered
-    // instead of searched for.
+    // A node is free when its marker's mask is empty; the me package queues
+    // such markers too (xx before any (x), and they take a node like any
+    // other. New nodes go to the head only when none is free, free nodes are
+    // taken in list order, and writing frees every node. So the free nodes
+    // are either the run that ends the list, or one free head in front of
+    // pending nodes only (an empty marker queued when none was free): in both
+    // shapes the free node after the first one, if any, is its successor, and
+    // the first free node is remembered instead of searched for.
     PendingMarker* firstFree = nullptr;
+    uint32_t pendingMarkers = 0;  // so that writing stops at the last one
 
     // By name. Each name has one register (a definition replaces the value in
     // place), so a lookup by name finds what a walk from the newest would.
@@ -135,11 +140,8 @@ void fireLineTraps() {
 }
 
 void TVMarkerOut(const Marker& marker) {
-    if (marker.mask == 0) return;  // an empty marker would only be a free node
     PendingMarker* node = s.firstFree;
-    if (node) {
-        s.firstFree = node->next;
-    } else {
+    if (!node) {
         s.markerStore.push_back(std::make_unique<PendingMarker>());
         node = s.markerStore.back().get();
         node->next = s.markers;
@@ -156,15 +158,26 @@ void TVMarkerOut(const Marker& marker) {
             node->marker.mask &= ~bit(MarkerBit::MText);
         }
     }
+    if (node->marker.mask == 0) {
+        s.firstFree = node;  // an empty marker leaves its node free
+        return;
+    }
+    s.pendingMarkers++;
+    PendingMarker* next = node->next;
+    s.firstFree = (next && next->marker.mask == 0) ? next : nullptr;
 }
 
 bool markersPending() { return s.markers && s.markers->marker.mask != 0; }
 
+// In list order, passing over free nodes: a free head does not hide the
+// pending nodes behind it.
 void markersNew() {
-    for (PendingMarker* node = s.markers; node && node->marker.mask != 0; node = node->next) {
+    for (PendingMarker* node = s.markers; node && s.pendingMarkers != 0; node = node->next) {
+        if (node->marker.mask == 0) continue;
         if (!VifMarkerOut(node->marker, driver.bodyStream)) fatalStdio();
         std::string().swap(node->text);
         node->marker = Marker{};
+        s.pendingMarkers--;
     }
     s.firstFree = s.markers;
 }
