@@ -48,28 +48,44 @@ struct DriverPrivate {
 };
 DriverPrivate s;
 
-// How much of a page's start is read to find its first macro: comments and
-// blank lines beyond it (a page made of a license alone) leave it a man page.
+// How much of a page's start is read to find its first macro: comments,
+// blank lines and requests beyond it (a page made of a licence alone) leave
+// it a man page.
 constexpr size_t kHeadLimit = 64 * 1024;
 
-// True for a line that shows nothing and calls nothing: blank, a comment, or
-// a control character alone.
-bool isQuietLine(const std::string& line) {
+// The name a control line calls ("" for a text line), and whether a line
+// shows nothing and calls nothing: blank, a comment, or a control character
+// alone.
+std::string_view controlName(const std::string& line, bool& isQuiet) {
     size_t i = 0;
     while (i < line.size() && (line[i] == ' ' || line[i] == '\t')) i++;
-    if (i == line.size() || line[i] == '\n') return true;
-    if (line[i] != '.' && line[i] != '\'') return false;
+    isQuiet = i == line.size() || line[i] == '\n';
+    if (isQuiet || (line[i] != '.' && line[i] != '\'')) return {};
     i++;
     while (i < line.size() && (line[i] == ' ' || line[i] == '\t')) i++;
-    if (i == line.size() || line[i] == '\n') return true;
-    return line.compare(i, 2, "\\\"") == 0 || line.compare(i, 2, "\\#") == 0;
+    isQuiet = i == line.size() || line[i] == '\n' || line.compare(i, 2, "\\\"") == 0 ||
+              line.compare(i, 2, "\\#") == 0;
+    size_t end = i;
+    while (end < line.size() && line[end] != ' ' && line[end] != '\t' && line[end] != '\n') end++;
+    return std::string_view(line).substr(i, end - i);
 }
 
-// Reads whole lines from the input into s.head up to the first line that is
-// not quiet, and says whether that line calls Dd: the mark of an mdoc page.
+// troff's requests have lower-case names; the macros of the packages begin
+// with a capital.
+bool isRequestName(std::string_view name) {
+    if (name.empty()) return false;
+    for (char c : name)
+        if (!((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'))) return false;
+    return true;
+}
+
+// Reads whole lines from the input into s.head up to the first macro, past
+// comments, blank lines and requests (with the blocks of ig, de and am), and
+// says whether that macro is Dd: the mark of an mdoc page.
 bool startsWithDd(FILE* in) {
     std::string line;
-    for (;;) {
+    bool inBlock = false;  // inside an ig, de or am block, up to ".."
+    while (s.head.size() <= kHeadLimit) {
         line.clear();
         int c;
         while ((c = std::getc(in)) != EOF) {
@@ -78,13 +94,17 @@ bool startsWithDd(FILE* in) {
         }
         s.head += line;
         if (line.empty()) return false;
-        if (!isQuietLine(line)) break;
-        if (s.head.size() > kHeadLimit) return false;
+        bool isQuiet = false;
+        std::string_view name = controlName(line, isQuiet);
+        if (inBlock) {
+            inBlock = name != ".";
+            continue;
+        }
+        if (isQuiet) continue;
+        if (!isRequestName(name)) return name == "Dd";
+        inBlock = name == "ig" || name.substr(0, 2) == "de" || name.substr(0, 2) == "am";
     }
-    size_t i = 1;
-    while (i < line.size() && (line[i] == ' ' || line[i] == '\t')) i++;
-    return (line[0] == '.' || line[0] == '\'') && line.compare(i, 2, "Dd") == 0 &&
-           (i + 2 == line.size() || line[i + 2] == ' ' || line[i + 2] == '\t' || line[i + 2] == '\n');
+    return false;
 }
 
 // Puts the lines read ahead back in front of the input, as an include of the
