@@ -13,7 +13,7 @@ seconds=${1:-120}
 jobs=${2:-1}
 build=build-fuzz
 CC=clang CXX=clang++ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DTROFFTOVIF_FUZZ=ON -DTROFFTOVIF_SANITIZE=ON -DTROFFTOVIF_TESTS=OFF >/dev/null
+  -DTROFFTOVIF_FUZZ=ON -DTROFFTOVIF_SANITIZE=ON -DTROFFTOVIF_TESTS=OFF -DTROFFTOVIF_TREE=OFF >/dev/null
 cmake --build "$build" -j2 --target fuzz_convert >/dev/null
 
 # Seeds: every end-to-end input, its first byte naming the package it runs

@@ -29,6 +29,9 @@ Options:
                  longer time limit
   --timeout S    seconds per document before it counts as a hang (default 20)
   --keep DIR     write the input and output of each failing document into DIR
+  --lint         also give each document to groff -ww -z with its package, and
+                 a manual page to mandoc -T lint: any message is a failure (for
+                 the project's own manual pages; both must be installed)
   PATH...        check only these files (man pages, or .ms/.me papers)
 Prints one summary line and the failures with their first problem; exit status
 1 on any failure, 77 when there was nothing to check.
@@ -351,6 +354,27 @@ def check_document(job):
     return res
 
 
+def lint_problems(path):
+    """What mandoc's and groff's own checks say of a document: each message,
+    or a failing status, is a problem."""
+    problems = []
+    package = package_of(path)
+    commands = [["groff", "-ww", "-z", package, path]]
+    if package == "-man":
+        commands.insert(0, ["mandoc", "-T", "lint", path])
+    for command in commands:
+        try:
+            proc = subprocess.run(command, capture_output=True, timeout=60)
+        except FileNotFoundError:
+            problems.append("lint: %s is not installed (scripts/test.sh installs it)" % command[0])
+            continue
+        messages = (proc.stdout + proc.stderr).decode("latin-1").strip()
+        if proc.returncode != 0 or messages:
+            problems.append("lint: %s: status %d: %s" % (" ".join(command[:-1]), proc.returncode,
+                                                          messages.split("\n")[0] if messages else "no message"))
+    return problems
+
+
 # --- the run ------------------------------------------------------------------
 
 def is_sanitized(program):
@@ -368,6 +392,7 @@ def main(argv=None):
     ap.add_argument("--timeout", type=float, default=20.0)
     ap.add_argument("--keep")
     ap.add_argument("--man-dir", default=MAN_DIR)
+    ap.add_argument("--lint", action="store_true")
     ap.add_argument("paths", nargs="*")
     args = ap.parse_args(argv)
 
@@ -414,6 +439,10 @@ def main(argv=None):
         for res in pool.map(check_document, jobs, chunksize=4):
             results.append(res)
     elapsed = time.monotonic() - start
+    if args.lint:
+        for job, res in zip(jobs, results):
+            if not res["skip"]:
+                res["problems"] += lint_problems(job[1])
 
     converted = [r for r in results if not r["skip"]]
     for r in results:

@@ -2,17 +2,21 @@
 """End-to-end test of trofftovif-tree on a small tree built here: plain and
 gzip-compressed pages, .so stubs and a symbolic link, an mdoc page, a damaged
 gzip file, a converter that fails; then a second, incremental run; the full
-mode (the default) against --classic; and a hostile tree whose pages include
-files outside their folder, a folder, a device, a FIFO and themselves.
+mode (the default) against --classic; a hostile tree whose pages include
+files outside their folder, a folder, a device, a FIFO and themselves; a
+gzip page that expands without end and pages past the size limit; and the
+temporary files of killed workers and of a killed run.
   tree_test.py --tree BIN --program CONVERTER
 """
 import argparse
 import gzip
 import os
 import re
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 
 failures = []
 
@@ -204,6 +208,119 @@ def check_hostile(args, tmp):
               "hostile tree: the program run in the page's folder warns as the built-in converter does")
 
 
+# What a page may hold, once decompressed, in the size-limit checks.
+LIMIT = 1 << 20
+
+
+def peak_memory(command, env=None):
+    """Runs a command; its exit status and the largest resident set, in KiB,
+    of it or any process of its own that it waited for."""
+    probe = ("import resource, subprocess, sys\n"
+             "status = subprocess.run(sys.argv[1:], capture_output=True).returncode\n"
+             "print(status, resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)\n")
+    out = subprocess.run([sys.executable, "-c", probe] + command, capture_output=True, env=env,
+                         timeout=120).stdout.split()
+    return int(out[0]), int(out[1])
+
+
+def check_size_limit(args, tmp):
+    src = tmp + "/limit/src"
+    # A bomb: 512 MiB of "a" in 128 concatenated gzip members, half a megabyte
+    # in all. Read whole, it would take the worker past 512 MiB.
+    bomb = gzip.compress(b"a" * (4 << 20), 9) * 128
+    write(src + "/man1/bomb.1.gz", bomb)
+    # A page of exactly the limit converts; one byte more does not.
+    head = b".TH EDGE 1\n.SH NAME\nedge \\- a page at the limit\n"
+    tail = b"The last words of the page.\n"
+    body = (b"Text of the page.\n" * (LIMIT // 18))[:LIMIT - len(head) - len(tail) - 1] + b"\n"
+    edge = head + body + tail
+    write(src + "/man1/edge.1.gz", edge, compress=True)
+    write(src + "/man1/over.1", edge + b"x")
+    rep = tmp + "/limit/report.tsv"
+    status, peak = peak_memory([args.tree, "-q", "-j", "1", "--max-size", "1M", "--report", rep,
+                                src, tmp + "/limit/dst"])
+    check(status == 1, "size limit: exit status %d, expected 1 for the failures" % status)
+    lines = report(rep)
+    check(lines["man1/bomb.1.gz"][1] == "failed: expands past the limit of 1 MiB (--max-size)",
+          "size limit: the bomb fails with its reason: %s" % lines["man1/bomb.1.gz"])
+    check(lines["man1/over.1"][1] == "failed: larger than the limit of 1 MiB (--max-size)",
+          "size limit: a plain page one byte too large fails: %s" % lines["man1/over.1"])
+    check(lines["man1/edge.1.gz"][1] == "converted", "size limit: a page of the limit converts: %s"
+          % lines["man1/edge.1.gz"])
+    output = read(tmp + "/limit/dst/man1/edge.1.vif") or b""
+    check(len(edge) == LIMIT and b"last words of the page" in output,
+          "size limit: the whole page at the limit is converted")
+    check(not os.path.exists(tmp + "/limit/dst/man1/bomb.1.vif"), "size limit: no output for the bomb")
+    # A tenth of the bomb, and a margin for a sanitizer build's own memory.
+    check(peak < 50 << 10, "size limit: the worker's memory stays bounded: %d KiB at the peak" % peak)
+    # The default limit is 64 MiB.
+    os.remove(src + "/man1/over.1")
+    proc = run(args.tree, ["-q", "-j", "1", "--report", rep, src, tmp + "/limit/dst-default"], 1)
+    lines = report(rep)
+    check(lines["man1/bomb.1.gz"][1] == "failed: expands past the limit of 64 MiB (--max-size)",
+          "default size limit: %s" % lines["man1/bomb.1.gz"])
+    check(lines["man1/edge.1.gz"][1] == "converted", "default size limit: a page of 1 MiB converts")
+    check(b"failed: man1/bomb.1.gz: expands past the limit" in proc.stderr, "the failure's reason on standard error")
+    for bad in ("0", "64X", "-1", "K"):
+        run(args.tree, ["-q", "--max-size", bad, src, tmp + "/limit/dst-bad"], 2)
+
+
+def temporary_files(folder):
+    return sorted(os.path.relpath(os.path.join(d, n), folder) for d, _s, files in os.walk(folder)
+                  for n in files if ".part." in n or n.startswith("trofftovif."))
+
+
+def check_killed(args, tmp):
+    src, dst, rep = tmp + "/killed/src", tmp + "/killed/dst", tmp + "/killed/report.tsv"
+    convtmp = tmp + "/killed/tmp"  # where the workers' converters make their files
+    os.makedirs(convtmp)
+    write(src + "/man1/hang.1", b".TH HANG 1\nThe conversion of this page never ends.\n")
+    write(src + "/man1/later.1", b".TH LATER 1\nConverted after the hanging page.\n")
+    hang = dict(os.environ, TMPDIR=convtmp, TROFFTOVIF_TREE_TEST_HANG="man1/hang.1")
+
+    # A worker past the time limit is killed: its file fails, nothing of it is
+    # left, and a fresh worker converts the next file.
+    proc = subprocess.run([args.tree, "-q", "-j", "1", "--timeout", "1", "--report", rep, src, dst],
+                          capture_output=True, env=hang, timeout=60)
+    check(proc.returncode == 1, "timed-out worker: exit status %d" % proc.returncode)
+    lines = report(rep)
+    check(lines["man1/hang.1"][1] == "failed: no result after 1 s", "timed-out file fails: %s" % lines["man1/hang.1"])
+    check(lines["man1/later.1"][1] == "converted", "the file after it converts")
+    check(temporary_files(dst) == [] and os.listdir(convtmp) == [],
+          "timed-out worker: nothing left: %s %s" % (temporary_files(dst), os.listdir(convtmp)))
+
+    # A run killed as a whole leaves the temporary files of the file its worker
+    # had; the next run removes them, and only them.
+    dst = tmp + "/killed/dst-run"
+    started = subprocess.Popen([args.tree, "-q", "-j", "1", src, dst], env=hang, start_new_session=True,
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    deadline = time.monotonic() + 30
+    while time.monotonic() < deadline and not (temporary_files(dst) and os.listdir(convtmp)):
+        time.sleep(0.05)
+    time.sleep(0.2)
+    os.killpg(started.pid, signal.SIGKILL)
+    started.wait()
+    left = temporary_files(dst)
+    check(len(left) == 1 and left[0].startswith("man1/.hang.1.vif.part."), "killed run leaves its output: %s" % left)
+    check(len(os.listdir(convtmp)) == 2, "killed run leaves its converter's files: %s" % os.listdir(convtmp))
+    # Files of a process still running, and a file of no process, are not this
+    # command's leftovers.
+    running = "man1/.hang.1.vif.part.%d.1" % os.getpid()
+    others = [running, "man1/.notes.part", "man1/.hang.1.vif.part.x.1"]
+    for name in others:
+        write(dst + "/" + name, b"")
+    write(convtmp + "/trofftovif.%d.1" % os.getpid(), b"")
+    proc = subprocess.run([args.tree, "-q", "-j", "1", "--report", rep, src, dst], capture_output=True,
+                          env=dict(os.environ, TMPDIR=convtmp), timeout=60)
+    check(proc.returncode == 0, "the run after a killed one: exit status %d" % proc.returncode)
+    lines = report(rep)
+    check(lines["man1/hang.1"][1] == "converted", "the next run converts the page: %s" % lines["man1/hang.1"])
+    check(temporary_files(dst) == sorted(n for n in others if ".part." in n),
+          "the next run removes what the killed one left, nothing else: %s" % temporary_files(dst))
+    check(os.listdir(convtmp) == ["trofftovif.%d.1" % os.getpid()],
+          "the next run removes the killed run's converter files: %s" % os.listdir(convtmp))
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--tree", required=True)
@@ -284,6 +401,7 @@ def main():
         lines = report(rep)
         check(lines["man1/plain.1"][1].startswith("failed: ended by signal"), "crashed worker's file failed")
         check(not os.path.exists(out3 + "/man1/plain.1.vif"), "no output for the crashed file")
+        check(temporary_files(out3) == [], "nothing left of the crashed file: %s" % temporary_files(out3))
         check(all(lines[name][1] == "converted" for name in
                   ("man1/packed.1.gz", "man7/target.7.gz", "papers/paper.ms")), "a fresh worker goes on")
         check(lines["man1/stub.1"][1] == "redirect", "redirects still made")
@@ -310,6 +428,8 @@ def main():
 
         check_modes(args, tmp)
         check_hostile(args, tmp)
+        check_size_limit(args, tmp)
+        check_killed(args, tmp)
     for failure in failures:
         print("FAILED:", failure)
     print("%d passed, %d failed" % (1 if not failures else 0, 1 if failures else 0))

@@ -1,7 +1,10 @@
 // The trofftovif-tree command line: options, the summary and the report.
 #include <unistd.h>
 
+#include <cctype>
+#include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -40,6 +43,8 @@ void usage(const char* program, int status) {
                  "\t\t\tstandard input and the output on standard output; with\n"
                  "\t\t\t--classic \"PATH -PACKAGE INPUT OUTPUT\".\n"
                  "\t--timeout S\tA conversion running longer than S seconds fails (default 60).\n"
+                 "\t--max-size N\tA page larger than N bytes (N followed by K, M or G: KiB,\n"
+                 "\t\t\tMiB, GiB) once decompressed fails unconverted (default 64M).\n"
                  "\t-q\t\tNo progress line.\n"
                  "\t-h, --help\tPrint this usage message.\n",
                  program);
@@ -63,6 +68,23 @@ std::string field(std::string text) {
     for (char& c : text)
         if (c == '\t' || c == '\n' || c == '\r') c = ' ';
     return text;
+}
+
+// "4096", "64K", "64M", "1G": a size of at least one byte.
+bool parseSize(const std::string& text, uint64_t& bytes) {
+    char* end = nullptr;
+    errno = 0;
+    unsigned long long number = std::strtoull(text.c_str(), &end, 10);
+    if (text.empty() || !std::isdigit(static_cast<unsigned char>(text[0])) || errno != 0 || number == 0) return false;
+    unsigned shift = 0;
+    std::string suffix = end;
+    if (suffix == "K" || suffix == "k") shift = 10;
+    else if (suffix == "M" || suffix == "m") shift = 20;
+    else if (suffix == "G" || suffix == "g") shift = 30;
+    else if (!suffix.empty()) return false;
+    if (number > (UINT64_MAX >> shift)) return false;
+    bytes = static_cast<uint64_t>(number) << shift;
+    return true;
 }
 
 }  // namespace
@@ -100,6 +122,8 @@ int main(int argc, char** argv) {
             options.program = value();
         } else if (word == "--timeout") {
             options.timeoutSeconds = static_cast<unsigned>(std::max(1, std::atoi(value().c_str())));
+        } else if (word == "--max-size") {
+            if (!parseSize(value(), options.maxBytes)) usage(argv[0], 2);
         } else if (word == "-q") {
             options.progress = false;
         } else if (word == "-h" || word == "--help") {

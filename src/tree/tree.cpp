@@ -26,6 +26,7 @@
 #include <fstream>
 #include <map>
 #include <mutex>
+#include <regex>
 #include <thread>
 
 extern char** environ;
@@ -81,42 +82,108 @@ bool inSectionFolder(const std::string& relative) {
     return false;
 }
 
-// Reads a whole regular file into `text`; false with `problem` set on
-// failure. What is not a regular file is refused unopened; should one take
-// a regular file's place in between, opening does not wait for it (as for a
-// FIFO without a writer) and nothing is read from it.
-bool readWhole(const std::string& path, std::string& text, std::string& problem) {
+// Opens a regular file for reading, its size in `size`; -1 with `problem`
+// set on failure. What is not a regular file is refused unopened; should one
+// take a regular file's place in between, opening does not wait for it (as
+// for a FIFO without a writer) and nothing is read from it.
+int openRegular(const std::string& path, uint64_t& size, std::string& problem) {
     struct stat st {};
     if (stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
         problem = "not a regular file";
-        return false;
+        return -1;
     }
     int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) {
         problem = std::string("cannot read: ") + std::strerror(errno);
-        return false;
+        return -1;
     }
     if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
         close(fd);
         problem = "not a regular file";
+        return -1;
+    }
+    size = static_cast<uint64_t>(st.st_size);
+    return fd;
+}
+
+// One read(2), again when interrupted; -1 with `problem` set on failure.
+ssize_t readSome(int fd, char* buffer, size_t size, std::string& problem) {
+    ssize_t n;
+    while ((n = read(fd, buffer, size)) < 0 && errno == EINTR) {
+    }
+    if (n < 0) problem = std::string("cannot read: ") + std::strerror(errno);
+    return n;
+}
+
+// Reads a whole regular file into `text`; false with `problem` set on failure.
+bool readWhole(const std::string& path, std::string& text, std::string& problem) {
+    uint64_t size = 0;
+    int fd = openRegular(path, size, problem);
+    if (fd < 0) return false;
+    text.clear();
+    text.reserve(size);
+    char buffer[1 << 16];
+    ssize_t n;
+    while ((n = readSome(fd, buffer, sizeof buffer, problem)) > 0) text.append(buffer, static_cast<size_t>(n));
+    close(fd);
+    return n == 0;
+}
+
+std::string tooLarge(uint64_t maxBytes, bool isCompressed) {
+    return std::string(isCompressed ? "expands past" : "larger than") + " the limit of " + sizeName(maxBytes) +
+           " (--max-size)";
+}
+
+// Appends to a page's text unless that takes it past the limit.
+bool appendWithin(std::string& text, const char* data, size_t size, uint64_t maxBytes, bool isCompressed,
+                  std::string& problem) {
+    if (text.size() + size > maxBytes) {
+        problem = tooLarge(maxBytes, isCompressed);
         return false;
     }
-    text.clear();
-    if (st.st_size > 0) text.reserve(static_cast<size_t>(st.st_size));
-    char buffer[1 << 16];
-    for (;;) {
-        ssize_t n = read(fd, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) {
-            problem = std::string("cannot read: ") + std::strerror(errno);
-            close(fd);
-            return false;
-        }
-        if (n == 0) break;
-        text.append(buffer, static_cast<size_t>(n));
-    }
-    close(fd);
+    text.append(data, size);
     return true;
+}
+
+// Gunzips a stream whose first chunk, already read, is in `input`; the text
+// grows as it is inflated, never past `maxBytes`.
+bool inflateStream(int fd, char* input, size_t inputSize, ssize_t n, std::string& text, std::string& problem,
+                   uint64_t maxBytes) {
+    z_stream z{};
+    if (inflateInit2(&z, 15 + 32) != Z_OK) {
+        problem = "cannot start gzip decompression";
+        return false;
+    }
+    char output[1 << 16];
+    int status = Z_OK;  // of the last inflate(): Z_STREAM_END between two members
+    bool ok = true;
+    for (; ok && n > 0; n = readSome(fd, input, inputSize, problem)) {
+        z.next_in = reinterpret_cast<Bytef*>(input);
+        z.avail_in = static_cast<uInt>(n);
+        do {
+            if (status == Z_STREAM_END) {
+                if (z.avail_in == 0) break;
+                inflateReset(&z);  // concatenated gzip members continue the same text
+            }
+            z.next_out = reinterpret_cast<Bytef*>(output);
+            z.avail_out = sizeof output;
+            status = inflate(&z, Z_NO_FLUSH);
+            if (status == Z_BUF_ERROR) status = Z_OK;  // all input taken: more is needed
+            if (status != Z_OK && status != Z_STREAM_END) {
+                problem = "damaged gzip data";
+                ok = false;
+            } else {
+                ok = appendWithin(text, output, sizeof output - z.avail_out, maxBytes, true, problem);
+            }
+        } while (ok && (z.avail_out == 0 || z.avail_in > 0));
+    }
+    inflateEnd(&z);
+    if (ok && n < 0) ok = false;  // a read failed: `problem` says why
+    if (ok && status != Z_STREAM_END) {
+        problem = "damaged gzip data";
+        ok = false;
+    }
+    return ok;
 }
 
 }  // namespace
@@ -132,38 +199,33 @@ const char* packageOption(Package package) {
     return "";
 }
 
-bool readSource(const std::string& path, std::string& text, std::string& problem) {
-    std::string raw;
-    if (!readWhole(path, raw, problem)) return false;
-    if (raw.size() < 2 || static_cast<unsigned char>(raw[0]) != 0x1f ||
-        static_cast<unsigned char>(raw[1]) != 0x8b) {
-        text = std::move(raw);
-        return true;
-    }
-    z_stream z{};
-    if (inflateInit2(&z, 15 + 32) != Z_OK) {
-        problem = "cannot start gzip decompression";
-        return false;
-    }
-    z.next_in = reinterpret_cast<Bytef*>(raw.data());
-    z.avail_in = static_cast<uInt>(raw.size());
+std::string sizeName(uint64_t bytes) {
+    if (bytes != 0 && bytes % (1 << 20) == 0) return std::to_string(bytes >> 20) + " MiB";
+    if (bytes != 0 && bytes % (1 << 10) == 0) return std::to_string(bytes >> 10) + " KiB";
+    return std::to_string(bytes) + " bytes";
+}
+
+bool readSource(const std::string& path, std::string& text, std::string& problem, uint64_t maxBytes) {
+    uint64_t size = 0;
+    int fd = openRegular(path, size, problem);
+    if (fd < 0) return false;
     text.clear();
-    char buffer[65536];
-    int status = Z_OK;
-    while (status == Z_OK) {
-        z.next_out = reinterpret_cast<Bytef*>(buffer);
-        z.avail_out = sizeof buffer;
-        status = inflate(&z, Z_NO_FLUSH);
-        text.append(buffer, sizeof buffer - z.avail_out);
-        // Concatenated gzip members continue the same text.
-        if (status == Z_STREAM_END && z.avail_in > 0) status = inflateReset(&z);
+    char input[1 << 16];
+    ssize_t n = readSome(fd, input, sizeof input, problem);
+    bool ok;
+    if (n >= 2 && static_cast<unsigned char>(input[0]) == 0x1f && static_cast<unsigned char>(input[1]) == 0x8b) {
+        ok = inflateStream(fd, input, sizeof input, n, text, problem, maxBytes);
+    } else if (size > maxBytes) {
+        problem = tooLarge(maxBytes, false);  // the rest is not read
+        ok = false;
+    } else {
+        text.reserve(size);
+        for (ok = n >= 0; ok && n > 0; n = readSome(fd, input, sizeof input, problem))
+            ok = appendWithin(text, input, static_cast<size_t>(n), maxBytes, false, problem);
+        ok = ok && n >= 0;
     }
-    inflateEnd(&z);
-    if (status != Z_STREAM_END) {
-        problem = "damaged gzip data";
-        return false;
-    }
-    return true;
+    close(fd);
+    return ok;
 }
 
 std::string soTarget(const std::string& text) {
@@ -351,6 +413,48 @@ std::string readFile(const std::string& path) {
     return readWhole(path, text, problem) ? text : std::string();
 }
 
+// True while the process runs: a zombie has ended.
+bool isRunning(pid_t pid) {
+    if (pid <= 0 || (kill(pid, 0) != 0 && errno != EPERM)) return false;
+    const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
+    const size_t name = stat.rfind(')');
+    return name == std::string::npos || name + 2 >= stat.size() || stat[name + 2] != 'Z';
+}
+
+// The temporary outputs of this command: ".ls.1.vif.part.PID.N" beside
+// man1/ls.1.vif, with ".in" and ".err" for a converter program's input copy
+// and messages. The process id is the first group.
+const std::regex kTempOutput(R"(\..+\.part\.([0-9]+)\.[0-9]+(\.in|\.err)?)");
+// The converter's own temporary files, "trofftovif.PID.N", and those of a
+// converter program of any name.
+const std::regex kConverterTemp(R"(trofftovif\.([0-9]+)\.[0-9]+)");
+const std::regex kProgramTemp(R"(.+\.([0-9]+)\.[0-9]+)");
+
+// Removes the plain files of `folder` (below it too when `recursive`) of the
+// user's own whose name matches `pattern` and whose process, if given, is
+// that one, or else has ended: what a killed worker or run left behind.
+void removeLeftovers(const fs::path& folder, const std::regex& pattern, bool recursive, pid_t of = 0) {
+    std::error_code ec;
+    auto consider = [&](const fs::directory_entry& entry) {
+        std::smatch match;
+        const std::string name = entry.path().filename().string();
+        if (!std::regex_match(name, match, pattern)) return;
+        const pid_t pid = static_cast<pid_t>(std::strtol(match[1].str().c_str(), nullptr, 10));
+        if (of ? pid != of : isRunning(pid)) return;
+        struct stat st {};
+        if (lstat(entry.path().c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid())
+            fs::remove(entry.path(), ec);
+    };
+    if (recursive) {
+        for (auto it = fs::recursive_directory_iterator(folder, fs::directory_options::skip_permission_denied, ec);
+             !ec && it != fs::recursive_directory_iterator(); it.increment(ec))
+            consider(*it);
+    } else {
+        for (auto it = fs::directory_iterator(folder, ec); !ec && it != fs::directory_iterator(); it.increment(ec))
+            consider(*it);
+    }
+}
+
 // Waits for the child for at most `seconds`; kills it after that.
 int waitFor(pid_t pid, unsigned seconds, bool& timedOut) {
     timedOut = false;
@@ -388,7 +492,7 @@ bool startConversion(const Options& options, Job& job, const fs::path& root, con
                      Conversion& c) {
     fs::path source = root / job.relative;
     std::string problem;
-    if (!readSource(source.string(), c.text, problem)) {
+    if (!readSource(source.string(), c.text, problem, options.maxBytes)) {
         job.action = Action::Convert;  // a page that cannot be read fails
         job.package = options.forced == Package::None ? Package::Man : options.forced;
         job.problem = problem;
@@ -501,6 +605,11 @@ void convertOne(const Options& options, Job& job, const fs::path& root, const fs
         bool timedOut;
         int status = waitFor(pid, options.timeoutSeconds, timedOut);
         messages = readFile(errors);
+        if (timedOut || WIFSIGNALED(status)) {
+            // The temporary files of a program killed in the middle.
+            const char* folder = std::getenv("TMPDIR");
+            removeLeftovers(folder && *folder ? folder : "/tmp", kProgramTemp, false, pid);
+        }
         if (timedOut) {
             problem = "no result after " + std::to_string(options.timeoutSeconds) + " s";
         } else if (WIFSIGNALED(status)) {
@@ -516,6 +625,22 @@ void convertOne(const Options& options, Job& job, const fs::path& root, const fs
 
 // ---- Conversion inside worker processes ---------------------------------------
 
+// Set in workers from the environment, for the tests: the file on which a
+// worker dies, or hangs.
+const char* testCrashOn = nullptr;
+const char* testHangOn = nullptr;
+
+// Where workers' converters make their two temporary files per document: the
+// user's TMPDIR, else memory when the system offers it, else /tmp.
+std::string workerTempFolder() {
+    const char* named = std::getenv("TMPDIR");
+    if (named && *named) return named;
+    struct stat st {};
+    if (stat("/dev/shm", &st) == 0 && S_ISDIR(st.st_mode) && access("/dev/shm", W_OK | X_OK) == 0)
+        return "/dev/shm";
+    return "/tmp";
+}
+
 // Converts one file with the converter linked into this program, in the mode
 // asked for. The page's path is the document's: its includes are looked for
 // beside it. The converter's messages go to standard error, which in a
@@ -528,6 +653,14 @@ void convertHere(const Options& options, Job& job, const fs::path& root, const f
     std::string messages, problem;
     FILE* in = c.text.empty() ? std::fopen("/dev/null", "r") : fmemopen(c.text.data(), c.text.size(), "r");
     FILE* out = in ? std::fopen(c.outputTemp.c_str(), "w") : nullptr;
+    // Fault injection for the tests, in a worker only: it dies on the file
+    // named, its temporary output open, or the conversion of that file waits
+    // for input that never comes.
+    if (testCrashOn && job.relative == testCrashOn) raise(SIGKILL);
+    if (int never[2]; testHangOn && job.relative == testHangOn && in && pipe(never) == 0) {
+        std::fclose(in);
+        in = fdopen(never[0], "r");
+    }
     if (!in || !out) {
         problem = std::string("cannot open a temporary file: ") + std::strerror(errno);
     } else {
@@ -632,20 +765,15 @@ bool writeAll(int fd, const std::string& text) {
 // in this process and reporting it on `reportFd`.
 [[noreturn]] void workerMain(const Options& options, std::vector<Job>& jobs, const std::vector<size_t>& work,
                              Board& board, unsigned slot, int reportFd, const fs::path& root,
-                             const fs::path& destination) {
+                             const fs::path& destination, const std::string& tempFolder) {
     signal(SIGPIPE, SIG_IGN);
-    // The converter's two temporary files per document go to memory when the
-    // user has named no folder for them and the system offers one.
-    struct stat st {};
-    if (!std::getenv("TMPDIR") && stat("/dev/shm", &st) == 0 && S_ISDIR(st.st_mode) &&
-        access("/dev/shm", W_OK | X_OK) == 0)
-        setenv("TMPDIR", "/dev/shm", 1);
+    setenv("TMPDIR", tempFolder.c_str(), 1);
     FILE* messages = std::tmpfile();
     if (!messages || dup2(fileno(messages), STDERR_FILENO) < 0) _exit(3);
-    // Fault injection for the tests: the worker dies on the file named here,
-    // or at once for ":start".
-    const char* crashOn = std::getenv("TROFFTOVIF_TREE_TEST_CRASH");
-    if (crashOn && std::strcmp(crashOn, ":start") == 0) raise(SIGKILL);
+    // Fault injection for the tests: the worker dies at once for ":start".
+    testCrashOn = std::getenv("TROFFTOVIF_TREE_TEST_CRASH");
+    testHangOn = std::getenv("TROFFTOVIF_TREE_TEST_HANG");
+    if (testCrashOn && std::strcmp(testCrashOn, ":start") == 0) raise(SIGKILL);
     Board::Slot& mine = board.slots[slot];
     for (;;) {
         size_t k = board.next.fetch_add(1);
@@ -653,7 +781,6 @@ bool writeAll(int fd, const std::string& text) {
         mine.startedMs = nowMs();
         mine.job = static_cast<long long>(k);
         Job& job = jobs[work[k]];
-        if (crashOn && job.relative == crashOn) raise(SIGKILL);
         convertHere(options, job, root, destination);
         if (!writeAll(reportFd, encodeResult(k, job))) _exit(4);
     }
@@ -706,6 +833,8 @@ void runWorkers(const Options& options, std::vector<Job>& jobs, const std::vecto
     }
     Board& board = *new (shared) Board;
     const unsigned count = std::clamp(options.jobs, 1u, kMaxWorkers);
+    const std::string tempFolder = workerTempFolder();
+    removeLeftovers(tempFolder, kConverterTemp, false);  // of workers killed in an earlier run
     std::vector<Worker> workers(count);
     std::fflush(nullptr);  // nothing buffered is written twice by a worker
 
@@ -717,7 +846,7 @@ void runWorkers(const Options& options, std::vector<Job>& jobs, const std::vecto
         pid_t pid = fork();
         if (pid == 0) {
             close(fds[0]);
-            workerMain(options, jobs, work, board, i, fds[1], root, destination);
+            workerMain(options, jobs, work, board, i, fds[1], root, destination, tempFolder);
         }
         close(fds[1]);
         if (pid < 0) {
@@ -758,11 +887,15 @@ void runWorkers(const Options& options, std::vector<Job>& jobs, const std::vecto
             while (waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {
             }
             close(w.reportFd);
+            // What a worker killed in the middle of a file leaves: its
+            // converter's temporary files and its temporary output.
+            removeLeftovers(tempFolder, kConverterTemp, false, w.pid);
             Board::Slot& slot = board.slots[owner[f]];
             long long k = slot.job.exchange(-1);
             // A file still to read has not been reported.
             if (k >= 0 && jobs[work[static_cast<size_t>(k)]].action == Action::Read) {
                 Job& job = jobs[work[static_cast<size_t>(k)]];
+                removeLeftovers((destination / job.output).parent_path(), kTempOutput, false, w.pid);
                 job.action = Action::Convert;
                 job.result = Job::Result::Failed;
                 if (w.isKilled)
@@ -830,6 +963,8 @@ void linkRedirect(Job& job, const Job& target, const fs::path& destination) {
 void run(const Options& options, std::vector<Job>& jobs) {
     const fs::path root = fs::weakly_canonical(options.source);
     const fs::path destination = fs::absolute(options.destination);
+    // Temporary outputs that a run killed before it could clean up left.
+    removeLeftovers(destination, kTempOutput, true);
     std::vector<size_t> work;
     std::map<std::string, size_t> byPath;
     for (size_t i = 0; i < jobs.size(); i++) {

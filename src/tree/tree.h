@@ -28,6 +28,10 @@ struct Options {
     bool progress = true;         // progress line on a terminal
     std::string reportFile;       // TSV report, one line per file
     unsigned timeoutSeconds = 60; // a conversion running longer is a failure
+    // The largest page read, after decompression: far above any real
+    // document, it bounds a worker's memory whatever a file holds (a gzip
+    // stream may expand without end).
+    uint64_t maxBytes = uint64_t{64} << 20;
 };
 
 // What is to be done with one file of the source tree. The planner leaves
@@ -49,10 +53,14 @@ struct Job {
     uint64_t bytesIn = 0, bytesOut = 0;
 };
 
-// Reads a regular file, gunzipping it when it starts with the gzip magic;
-// false with a reason on failure (a damaged gzip stream and anything but a
-// regular file included: nothing is read from a FIFO or a device).
-bool readSource(const std::string& path, std::string& text, std::string& problem);
+// Reads a regular file, gunzipping it as it is read when it starts with the
+// gzip magic; false with a reason on failure (a damaged gzip stream, text
+// past maxBytes and anything but a regular file included: nothing is read
+// from a FIFO or a device).
+bool readSource(const std::string& path, std::string& text, std::string& problem, uint64_t maxBytes);
+
+// "64 MiB", "1536 KiB" or "1000 bytes".
+std::string sizeName(uint64_t bytes);
 
 // The target of a page that holds only a ".so NAME" line (comments and blank
 // lines aside), or "" when the page is not such a stub.
