@@ -172,6 +172,77 @@ void endInclude() {
     return c;
 }
 
+// The characters VifPlainOut takes: printable, and not one the writer quotes.
+constexpr bool isWriterPlain(int c) {
+    return c >= 32 && c <= 126 && c != '\'' && c != '`' && c != '>' && c != '\\';
+}
+
+// Most of a document is plain text: characters that are no escape, control,
+// hyphenation or special character and that fire no trap, written into the
+// open String as they are. Once the main loop has written one text character
+// in full, nothing it checks per character can change until a character that
+// is not plain comes: no request or escape runs in between, so the font,
+// paragraph, frame and marker tests would all answer as they just did. This
+// reads such a run in one go, from the pushback or the input, and writes it
+// with one call. The first character that is not plain is left unread, for
+// the main loop. The cursor still grows one character at a time, so that its
+// float sums round exactly as the main loop's would.
+void writePlainRun() {
+    const int escape = tv.TVEscapeChar;
+    const int hyphen = tv.TVHyphenationChar;  // 0: none, and 0 is never plain
+    const bool isSpacePlain = !wordTrapsArmed();
+    auto isPlain = [&](int c) {
+        return isWriterPlain(c) && c != escape && c != hyphen && (c != ' ' || isSpacePlain);
+    };
+    InputStream& in = driver.stdIn;
+    char run[256];
+    size_t n = 0;
+    int last = s.inC;
+    int beforeLast = s.lastInC;
+    bool isFromInput = false;
+    float x = tv.TVCursor.x;
+    for (;;) {
+        int c;
+        if (!s.echoes.empty()) {
+            c = static_cast<signed char>(s.echoes.back());
+            if (!isPlain(c)) break;
+            s.echoes.pop_back();
+            s.wasFromEchoes = true;
+        } else {
+            if (!in.file) break;
+            int raw = getc_unlocked(in.file);
+            if (raw == EOF) break;  // nextChar reads the end again, and counts it
+            if (!isPlain(raw)) {
+                // One character pushed back after a read is always taken.
+                std::ungetc(raw, in.file);
+                break;
+            }
+            c = raw;
+            in.lastChar = raw;  // what STREAM_GETC keeps, for the warnings
+            in.column++;
+            s.wasFromEchoes = false;
+            isFromInput = true;
+        }
+        beforeLast = last;
+        last = c;
+        x = static_cast<float>(x + s.charWidth);
+        run[n++] = static_cast<char>(c);
+        if (n == sizeof run) {
+            if (!VifPlainOut(run, n, driver.bodyStream)) fatalStdio();
+            n = 0;
+        }
+    }
+    if (!VifPlainOut(run, n, driver.bodyStream)) fatalStdio();
+    if (isFromInput) {
+        s.pushedSinceInput = 0;
+        s.isDroppingExpansion = false;
+    }
+    s.inC = last;
+    s.lastInC = beforeLast;
+    s.lastOutC = static_cast<char>(last);
+    tv.TVCursor.x = x;
+}
+
 }  // namespace
 
 void TVCreateRopes() {
@@ -337,7 +408,8 @@ void doIt() {
         Font format = tv.TVFamilyStyle;
         format.mask |= bit(FontBit::FSize);
         format.FSize = tv.TVSize;
-        if (tv.TVReturn.isSymbol) {
+        const bool isSymbol = tv.TVReturn.isSymbol;
+        if (isSymbol) {
             tv.TVReturn.isSymbol = false;
             format.FFamily = "Symbol";
         }
@@ -369,6 +441,16 @@ void doIt() {
         }
         tv.TVCursor.x = static_cast<float>(tv.TVCursor.x + s.charWidth);
         s.lastOutC = static_cast<char>(c);
+
+        // The characters after this one go the short way while they are
+        // plain, if nothing this character did not see is waiting: the font
+        // it was written in must be settled in the writer, a Symbol
+        // character's font lasts for it alone, a marker set before the
+        // paragraph opened goes out after its first character, a translation
+        // changes characters, and a hard return read last starts a line.
+        if (VifFontSettled() && !isSymbol && !tv.TVTranslation && !driver.aFrameNew.isPending && !markersPending() &&
+            s.inC != kHardReturn && s.inC != kNewline)
+            writePlainRun();
     }
 
     if (s.isPgfOpen) {
