@@ -172,10 +172,20 @@ void endInclude() {
     return c;
 }
 
-// The characters VifPlainOut takes: printable, and not one the writer quotes.
-constexpr bool isWriterPlain(int c) {
-    return c >= 32 && c <= 126 && c != '\'' && c != '`' && c != '>' && c != '\\';
-}
+// The characters VifPlainOut takes: printable, and not one the writer quotes;
+// the blank in the second table only, for when no word trap is armed.
+struct PlainTables {
+    bool withBlank[256] = {};
+    bool withoutBlank[256] = {};
+    constexpr PlainTables() {
+        for (int c = 33; c <= 126; c++) {
+            if (c == '\'' || c == '`' || c == '>' || c == '\\') continue;
+            withBlank[c] = withoutBlank[c] = true;
+        }
+        withBlank[' '] = true;
+    }
+};
+constexpr PlainTables kPlain;
 
 // Most of a document is plain text: characters that are no escape, control,
 // hyphenation or special character and that fire no trap, written into the
@@ -190,42 +200,25 @@ constexpr bool isWriterPlain(int c) {
 void writePlainRun() {
     const int escape = tv.TVEscapeChar;
     const int hyphen = tv.TVHyphenationChar;  // 0: none, and 0 is never plain
-    const bool isSpacePlain = !wordTrapsArmed();
-    auto isPlain = [&](int c) {
-        return isWriterPlain(c) && c != escape && c != hyphen && (c != ' ' || isSpacePlain);
-    };
+    const bool* plain = wordTrapsArmed() ? kPlain.withoutBlank : kPlain.withBlank;
+    auto isPlain = [&](unsigned char c) { return plain[c] && c != escape && c != hyphen; };
     InputStream& in = driver.stdIn;
-    char run[256];
-    size_t n = 0;
     int last = s.inC;
     int beforeLast = s.lastInC;
-    bool isFromInput = false;
     float x = tv.TVCursor.x;
-    for (;;) {
-        int c;
-        if (!s.echoes.empty()) {
-            c = static_cast<signed char>(s.echoes.back());
-            if (!isPlain(c)) break;
-            s.echoes.pop_back();
-            s.wasFromEchoes = true;
-        } else {
-            if (!in.file) break;
-            int raw = getc_unlocked(in.file);
-            if (raw == EOF) break;  // nextChar reads the end again, and counts it
-            if (!isPlain(raw)) {
-                // One character pushed back after a read is always taken.
-                std::ungetc(raw, in.file);
-                break;
-            }
-            c = raw;
-            in.lastChar = raw;  // what STREAM_GETC keeps, for the warnings
-            in.column++;
-            s.wasFromEchoes = false;
-            isFromInput = true;
-        }
+    const double width = s.charWidth;
+
+    // The pushback first: its characters one by one, as nextChar takes them.
+    char run[256];
+    size_t n = 0;
+    while (!s.echoes.empty()) {
+        auto c = static_cast<unsigned char>(s.echoes.back());
+        if (!isPlain(c)) break;
+        s.echoes.pop_back();
+        s.wasFromEchoes = true;
         beforeLast = last;
         last = c;
-        x = static_cast<float>(x + s.charWidth);
+        x = static_cast<float>(x + width);
         run[n++] = static_cast<char>(c);
         if (n == sizeof run) {
             if (!VifPlainOut(run, n, driver.bodyStream)) fatalStdio();
@@ -233,9 +226,59 @@ void writePlainRun() {
         }
     }
     if (!VifPlainOut(run, n, driver.bodyStream)) fatalStdio();
-    if (isFromInput) {
-        s.pushedSinceInput = 0;
-        s.isDroppingExpansion = false;
+
+    // Then the input, once the pushback is all read.
+    if (s.echoes.empty() && in.file) {
+        bool isFromInput = false;
+        for (;;) {
+#ifdef __GLIBC__
+            // The run is written straight from the input's buffer: the
+            // characters it holds are scanned in place, and the next read
+            // starts after them.
+            FILE* f = in.file;
+            const char* begin = f->_IO_read_ptr;
+            const char* p = begin;
+            const char* end = f->_IO_read_end;
+            while (p != end && isPlain(static_cast<unsigned char>(*p))) {
+                x = static_cast<float>(x + width);
+                p++;
+            }
+            if (p != begin) {
+                if (!VifPlainOut(begin, static_cast<size_t>(p - begin), driver.bodyStream)) fatalStdio();
+                f->_IO_read_ptr = const_cast<char*>(p);
+                auto n = static_cast<int32_t>(p - begin);
+                in.column += n;
+                beforeLast = n >= 2 ? static_cast<unsigned char>(p[-2]) : last;
+                last = static_cast<unsigned char>(p[-1]);
+                in.lastChar = last;  // what STREAM_GETC keeps, for the warnings
+                s.wasFromEchoes = false;
+                isFromInput = true;
+            }
+            if (p != end) break;  // a character that is not plain: the main loop's
+            // The buffer is used up: one character read the ordinary way
+            // fills it again.
+#endif
+            int raw = getc_unlocked(in.file);
+            if (raw == EOF) break;  // nextChar reads the end again, and counts it
+            if (!isPlain(static_cast<unsigned char>(raw))) {
+                // One character pushed back after a read is always taken.
+                std::ungetc(raw, in.file);
+                break;
+            }
+            char c = static_cast<char>(raw);
+            if (!VifPlainOut(&c, 1, driver.bodyStream)) fatalStdio();
+            in.lastChar = raw;
+            in.column++;
+            s.wasFromEchoes = false;
+            isFromInput = true;
+            beforeLast = last;
+            last = raw;
+            x = static_cast<float>(x + width);
+        }
+        if (isFromInput) {
+            s.pushedSinceInput = 0;
+            s.isDroppingExpansion = false;
+        }
     }
     s.inC = last;
     s.lastInC = beforeLast;
