@@ -172,20 +172,35 @@ void endInclude() {
     return c;
 }
 
-// The characters VifPlainOut takes: printable, and not one the writer quotes;
-// the blank in the second table only, for when no word trap is armed.
+// Which bytes a run of plain text may hold: those VifPlainOut takes
+// (printable, and not one the writer quotes), but neither the escape nor the
+// hyphenation character; the blank only while no word trap is armed, which
+// changes often, so both tables are kept. Made again only when the escape or
+// hyphenation character changes, which documents seldom do, so that a run
+// tests each character with one look-up.
 struct PlainTables {
-    bool withBlank[256] = {};
-    bool withoutBlank[256] = {};
-    constexpr PlainTables() {
-        for (int c = 33; c <= 126; c++) {
-            if (c == '\'' || c == '`' || c == '>' || c == '\\') continue;
-            withBlank[c] = withoutBlank[c] = true;
-        }
-        withBlank[' '] = true;
-    }
+    bool isPlain[2][256] = {};  // [0]: the blank is not plain; [1]: it is
+    int escape = -1;
+    int hyphen = -1;
 };
-constexpr PlainTables kPlain;
+PlainTables plainTables;
+
+const bool* plainBytes() {
+    PlainTables& p = plainTables;
+    const int escape = static_cast<unsigned char>(tv.TVEscapeChar);
+    const int hyphen = static_cast<unsigned char>(tv.TVHyphenationChar);
+    if (p.escape != escape || p.hyphen != hyphen) {
+        for (int c = 0; c < 256; c++) {
+            bool isPlain = c >= 32 && c <= 126 && c != '\'' && c != '`' && c != '>' && c != '\\' &&
+                           c != escape && c != hyphen;
+            p.isPlain[0][c] = isPlain && c != ' ';
+            p.isPlain[1][c] = isPlain;
+        }
+        p.escape = escape;
+        p.hyphen = hyphen;
+    }
+    return p.isPlain[wordTrapsArmed() ? 0 : 1];
+}
 
 // Most of a document is plain text: characters that are no escape, control,
 // hyphenation or special character and that fire no trap, written into the
@@ -198,10 +213,8 @@ constexpr PlainTables kPlain;
 // the main loop. The cursor still grows one character at a time, so that its
 // float sums round exactly as the main loop's would.
 void writePlainRun() {
-    const int escape = tv.TVEscapeChar;
-    const int hyphen = tv.TVHyphenationChar;  // 0: none, and 0 is never plain
-    const bool* plain = wordTrapsArmed() ? kPlain.withoutBlank : kPlain.withBlank;
-    auto isPlain = [&](unsigned char c) { return plain[c] && c != escape && c != hyphen; };
+    const bool* plain = plainBytes();
+    auto isPlain = [plain](unsigned char c) { return plain[c]; };
     InputStream& in = driver.stdIn;
     int last = s.inC;
     int beforeLast = s.lastInC;
