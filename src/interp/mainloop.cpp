@@ -259,9 +259,9 @@ void writePlainRun() {
             if (p != begin) {
                 if (!VifPlainOut(begin, static_cast<size_t>(p - begin), driver.bodyStream)) fatalStdio();
                 f->_IO_read_ptr = const_cast<char*>(p);
-                auto n = static_cast<int32_t>(p - begin);
-                in.column += n;
-                beforeLast = n >= 2 ? static_cast<unsigned char>(p[-2]) : last;
+                auto count = static_cast<int32_t>(p - begin);
+                in.column += count;
+                beforeLast = count >= 2 ? static_cast<unsigned char>(p[-2]) : last;
                 last = static_cast<unsigned char>(p[-1]);
                 in.lastChar = last;  // what STREAM_GETC keeps, for the warnings
                 s.wasFromEchoes = false;
@@ -504,8 +504,8 @@ void doIt() {
         // character's font lasts for it alone, a marker set before the
         // paragraph opened goes out after its first character, a translation
         // changes characters, and a hard return read last starts a line.
-        if (VifFontSettled() && !isSymbol && !tv.TVTranslation && !driver.aFrameNew.isPending && !markersPending() &&
-            s.inC != kHardReturn && s.inC != kNewline)
+        if (VifFontSettled() && !isSymbol && !tv.TVTranslation && !driver.aFrameNew.isPending &&
+            !markersPending() && s.inC != kHardReturn && s.inC != kNewline)
             writePlainRun();
     }
 
