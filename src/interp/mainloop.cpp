@@ -172,6 +172,133 @@ void endInclude() {
     return c;
 }
 
+// Which bytes a run of plain text may hold: those VifPlainOut takes
+// (printable, and not one the writer quotes), but neither the escape nor the
+// hyphenation character; the blank only while no word trap is armed, which
+// changes often, so both tables are kept. Made again only when the escape or
+// hyphenation character changes, which documents seldom do, so that a run
+// tests each character with one look-up.
+struct PlainTables {
+    bool isPlain[2][256] = {};  // [0]: the blank is not plain; [1]: it is
+    int escape = -1;
+    int hyphen = -1;
+};
+PlainTables plainTables;
+
+const bool* plainBytes() {
+    PlainTables& p = plainTables;
+    const int escape = static_cast<unsigned char>(tv.TVEscapeChar);
+    const int hyphen = static_cast<unsigned char>(tv.TVHyphenationChar);
+    if (p.escape != escape || p.hyphen != hyphen) {
+        for (int c = 0; c < 256; c++) {
+            bool isPlain = c >= 32 && c <= 126 && c != '\'' && c != '`' && c != '>' && c != '\\' &&
+                           c != escape && c != hyphen;
+            p.isPlain[0][c] = isPlain && c != ' ';
+            p.isPlain[1][c] = isPlain;
+        }
+        p.escape = escape;
+        p.hyphen = hyphen;
+    }
+    return p.isPlain[wordTrapsArmed() ? 0 : 1];
+}
+
+// Most of a document is plain text: characters that are no escape, control,
+// hyphenation or special character and that fire no trap, written into the
+// open String as they are. Once the main loop has written one text character
+// in full, nothing it checks per character can change until a character that
+// is not plain comes: no request or escape runs in between, so the font,
+// paragraph, frame and marker tests would all answer as they just did. This
+// reads such a run in one go, from the pushback or the input, and writes it
+// with one call. The first character that is not plain is left unread, for
+// the main loop. The cursor still grows one character at a time, so that its
+// float sums round exactly as the main loop's would.
+void writePlainRun() {
+    const bool* plain = plainBytes();
+    auto isPlain = [plain](unsigned char c) { return plain[c]; };
+    InputStream& in = driver.stdIn;
+    int last = s.inC;
+    int beforeLast = s.lastInC;
+    float x = tv.TVCursor.x;
+    const double width = s.charWidth;
+
+    // The pushback first: its characters one by one, as nextChar takes them.
+    char run[256];
+    size_t n = 0;
+    while (!s.echoes.empty()) {
+        auto c = static_cast<unsigned char>(s.echoes.back());
+        if (!isPlain(c)) break;
+        s.echoes.pop_back();
+        s.wasFromEchoes = true;
+        beforeLast = last;
+        last = c;
+        x = static_cast<float>(x + width);
+        run[n++] = static_cast<char>(c);
+        if (n == sizeof run) {
+            if (!VifPlainOut(run, n, driver.bodyStream)) fatalStdio();
+            n = 0;
+        }
+    }
+    if (!VifPlainOut(run, n, driver.bodyStream)) fatalStdio();
+
+    // Then the input, once the pushback is all read.
+    if (s.echoes.empty() && in.file) {
+        bool isFromInput = false;
+        for (;;) {
+#ifdef __GLIBC__
+            // The run is written straight from the input's buffer: the
+            // characters it holds are scanned in place, and the next read
+            // starts after them.
+            FILE* f = in.file;
+            const char* begin = f->_IO_read_ptr;
+            const char* p = begin;
+            const char* end = f->_IO_read_end;
+            while (p != end && isPlain(static_cast<unsigned char>(*p))) {
+                x = static_cast<float>(x + width);
+                p++;
+            }
+            if (p != begin) {
+                if (!VifPlainOut(begin, static_cast<size_t>(p - begin), driver.bodyStream)) fatalStdio();
+                f->_IO_read_ptr = const_cast<char*>(p);
+                auto count = static_cast<int32_t>(p - begin);
+                in.column += count;
+                beforeLast = count >= 2 ? static_cast<unsigned char>(p[-2]) : last;
+                last = static_cast<unsigned char>(p[-1]);
+                in.lastChar = last;  // what STREAM_GETC keeps, for the warnings
+                s.wasFromEchoes = false;
+                isFromInput = true;
+            }
+            if (p != end) break;  // a character that is not plain: the main loop's
+            // The buffer is used up: one character read the ordinary way
+            // fills it again.
+#endif
+            int raw = getc_unlocked(in.file);
+            if (raw == EOF) break;  // nextChar reads the end again, and counts it
+            if (!isPlain(static_cast<unsigned char>(raw))) {
+                // One character pushed back after a read is always taken.
+                std::ungetc(raw, in.file);
+                break;
+            }
+            char c = static_cast<char>(raw);
+            if (!VifPlainOut(&c, 1, driver.bodyStream)) fatalStdio();
+            in.lastChar = raw;
+            in.column++;
+            s.wasFromEchoes = false;
+            isFromInput = true;
+            beforeLast = last;
+            last = raw;
+            x = static_cast<float>(x + width);
+        }
+        if (isFromInput) {
+            s.pushedSinceInput = 0;
+            s.isDroppingExpansion = false;
+        }
+    }
+    s.inC = last;
+    s.lastInC = beforeLast;
+    s.lastOutC = static_cast<char>(last);
+    tv.TVCursor.x = x;
+}
+
 }  // namespace
 
 void TVCreateRopes() {
@@ -337,7 +464,8 @@ void doIt() {
         Font format = tv.TVFamilyStyle;
         format.mask |= bit(FontBit::FSize);
         format.FSize = tv.TVSize;
-        if (tv.TVReturn.isSymbol) {
+        const bool isSymbol = tv.TVReturn.isSymbol;
+        if (isSymbol) {
             tv.TVReturn.isSymbol = false;
             format.FFamily = "Symbol";
         }
@@ -369,6 +497,16 @@ void doIt() {
         }
         tv.TVCursor.x = static_cast<float>(tv.TVCursor.x + s.charWidth);
         s.lastOutC = static_cast<char>(c);
+
+        // The characters after this one go the short way while they are
+        // plain, if nothing this character did not see is waiting: the font
+        // it was written in must be settled in the writer, a Symbol
+        // character's font lasts for it alone, a marker set before the
+        // paragraph opened goes out after its first character, a translation
+        // changes characters, and a hard return read last starts a line.
+        if (VifFontSettled() && !isSymbol && !tv.TVTranslation && !driver.aFrameNew.isPending &&
+            !markersPending() && s.inC != kHardReturn && s.inC != kNewline)
+            writePlainRun();
     }
 
     if (s.isPgfOpen) {

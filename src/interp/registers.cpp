@@ -122,6 +122,8 @@ bool fireWordTraps(bool isNewline) {
     return isSwallowed;
 }
 
+bool wordTrapsArmed() { return s.armedWordTraps != 0; }
+
 void fireLineTraps() {
     if (s.pendingLineTraps == 0) return;
     for (Trap* t = s.traps; t; t = t->next) {

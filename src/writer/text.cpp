@@ -179,6 +179,17 @@ unsigned VifCharOut(char ch, FILE* stream) {
            put("> # 0x", stream) && put(hex + (c < 16 ? 1 : 0), c < 16 ? 1 : 2, stream) && put("\n", stream);
 }
 
+unsigned VifPlainOut(const char* text, size_t n, FILE* stream) {
+    if (n == 0) return 1;
+    TextState& t = s.text;
+    if (!t.stringOpen) {
+        if (!put("\t<String `", stream)) return 0;
+        t.stringOpen = true;
+    }
+    t.lastChar = static_cast<unsigned char>(text[n - 1]);
+    return put(text, n, stream);
+}
+
 namespace {
 
 // Writes the Font statement for what f changes; VifFontOut has already
@@ -251,6 +262,8 @@ unsigned VifFontOut(const Font& f, FILE* stream) {
     if (s.text.isQuiet && sameForWriter(f, s.text.quietFont)) return 1;
     return fontChange(f, stream);
 }
+
+bool VifFontSettled() { return s.text.isQuiet; }
 
 unsigned VifAFrameOut(int id, FILE* stream) {
     if (!closeString(stream)) return 0;

@@ -34,7 +34,14 @@ unsigned VifMarkerOut(const Marker& marker, FILE* stream);
 unsigned VifParaOpen(const Pgf& format, FILE* stream);
 unsigned VifParaClose(FILE* stream);
 unsigned VifCharOut(char c, FILE* stream);
+// n characters that VifCharOut would each write as they are (32 to 126, none
+// of ' ` > \), in one write: a run of plain text.
+unsigned VifPlainOut(const char* text, size_t n, FILE* stream);
 unsigned VifFontOut(const Font& f, FILE* stream);
+// Whether the last VifFontOut wrote nothing: then the same font given again
+// writes nothing either. (One that wrote may still write again: a style set
+// after FPlain clears FPlain, which the next call sets back.)
+bool VifFontSettled();
 unsigned VifAFrameOut(int id, FILE* stream);
 
 // Drops the catalog and the text state, freeing their storage (for
