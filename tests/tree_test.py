@@ -33,7 +33,9 @@ BSD_PAGE = b".Dd January 1, 2020\n.Dt BSD 1\n.Os\n.Sh NAME\n.Nm bsd\n.Nd a page 
 
 def build_tree(src):
     write(src + "/man1/plain.1", b".TH PLAIN 1\n.SH NAME\nplain \\- a page\n.PP\nSome text.\n")
-    write(src + "/man1/packed.1.gz", b".TH PACKED 1\n.SH NAME\npacked \\- compressed\n", compress=True)
+    # two gzip members, as "cat a.gz b.gz" makes: both are the page
+    write(src + "/man1/packed.1.gz", gzip.compress(b".TH PACKED 1\n.SH NAME\n") +
+          gzip.compress(b"packed \\- compressed\n"))
     write(src + "/man1/stub.1", b".\\\" a redirect\n.so man7/target.7\n")
     write(src + "/man7/target.7.gz", b".TH TARGET 7\nThe target.\n", compress=True)
     os.symlink("packed.1.gz", src + "/man1/alias.1.gz")
