@@ -38,8 +38,8 @@ FAULTS = [
     ("stream-column-reset", "tools/stream.h", "        stream.column = 1;\n", "",
      "column count not reset at a new line"),
     # interp
-    ("mainloop-blank-lines", "interp/mainloop.cpp", "if (newlines >= 2 && tv.TVIsFilling) {",
-     "if (newlines >= 3 && tv.TVIsFilling) {", "off by one in dropping blank lines in fill mode"),
+    ("mainloop-copy-fill", "interp/mainloop.cpp", "            tv.TVIsFilling = s.wasFilling;\n", "",
+     "the end of a copied region does not bring filling back"),
     ("mainloop-newline-reset", "interp/mainloop.cpp", "        if (c != kNewline) newlines = 0;\n",
      "\n", "dropped reset of the newline count"),
     ("escape-font-digit", "interp/escape.cpp",
@@ -51,8 +51,8 @@ FAULTS = [
      "while (c == '+') c = TVGetc();", "\\n-x keeps its sign"),
     ("traps-word-disarm", "interp/registers.cpp", "            t->isWordArmed = false;\n",
      "\n", "word trap left armed after the line ends"),
-    ("traps-count-reset", "interp/registers.cpp", "    s.armedWordTraps = 0;\n    s.pendingLineTraps = 0;\n",
-     "    s.pendingLineTraps = 0;\n", "dropped reset of the armed word traps count"),
+    ("traps-line-late", "interp/registers.cpp", "trap->lineCount = r.lineCount;",
+     "trap->lineCount = r.lineCount + 1;", "line trap set one line too late"),
     # requests
     ("fill-nf-break", "requests/fill.cpp",
      "    tv.TVIsFilling = false;\n    tv.TVReturn.newPgf = true;\n}\n\n",
