@@ -99,8 +99,8 @@ FAULTS = [
     # writer
     ("writer-gt-escape", "writer/text.cpp", "c != '`' && c != '>' && c != '\\\\') {",
      "c != '`' && c != '\\\\') {", "'>' written bare inside a String"),
-    ("writer-string-close", "writer/text.cpp", "    t.stringOpen = false;\n    t.lastChar = 0;\n",
-     "    t.lastChar = 0;\n", "String left open across a paragraph"),
+    ("writer-tilde", "writer/text.cpp", "if ((c >= 32 && c <= 126) || c == '\\t') {",
+     "if ((c >= 32 && c < 126) || c == '\\t') {", "a tilde written as a Char statement"),
     ("writer-small-dimension", "writer/model.cpp",
      "if (static_cast<double>(d.value) < threshold[d.unit]) d.value = replacement[d.unit];",
      "if (static_cast<double>(d.value) > threshold[d.unit]) d.value = replacement[d.unit];",
