@@ -48,6 +48,8 @@ def build_tree(src):
     write(src + "/papers/paper.ms", b".NH\nIntroduction\n.PP\nText.\n")
     # no extension: its macros decide, SH and PP being in both man and ms
     write(src + "/papers/notes", NOTES)
+    # in a section folder a page is a man page even without TH
+    write(src + "/man1/untitled.1", b".SH NAME\nuntitled \\- no TH\n.PP\nText.\n")
     write(src + "/man5/warn1.5", b".TH W 5\nText \\\x01 here.\n")
     write(src + "/man5/warn2.5", b".TH W 5\nA\nB\n.ft\n\\\x01\n")
 
@@ -241,6 +243,7 @@ def main():
         check(read(dst + "/papers/paper.ms.vif") ==
               direct(args.program, ["--full", "-ms"], b".NH\nIntroduction\n.PP\nText.\n"),
               "paper converted with -ms")
+        check(lines["man1/untitled.1"][1] == "converted", "page without TH in man1 converted")
         check(read(dst + "/papers/notes.vif") == direct(args.program, ["--full", "-ms"], NOTES),
               "SH then LP outside a section folder is an ms paper")
         # Each page's own messages, though one worker converts both.
