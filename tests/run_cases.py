@@ -34,12 +34,13 @@ another extension (for example <name>.inc).
 Each case runs with TMPDIR set to a fresh directory, which must be empty again
 afterwards: the converter removes its temporary files on every path.
 
-  run_cases.py --program BIN DIR-OR-CASE...   run the cases found
+  run_cases.py --program BIN [--jobs N] DIR-OR-CASE...   run the cases found
   run_cases.py --program BIN --update DIR     rewrite expected files; only for
                                               the captured regression tree, and
                                               never a case that has a .body
 """
 import argparse
+import concurrent.futures
 import difflib
 import os
 import re
@@ -228,6 +229,7 @@ def main():
     parser.add_argument("--program", required=True)
     parser.add_argument("--update", action="store_true",
                         help="rewrite the expected files (regression tree only)")
+    parser.add_argument("--jobs", type=int, default=1, help="cases run at once")
     parser.add_argument("paths", nargs="+")
     args = parser.parse_args()
     if args.update:
@@ -235,9 +237,11 @@ def main():
             if not os.path.abspath(path).startswith(REGRESS_TREE):
                 sys.exit("--update only rewrites the captured regression tree " + REGRESS_TREE)
     passed = failed = 0
-    for base in find_cases(args.paths):
-        base = os.path.abspath(base)
-        problems = run_case(os.path.abspath(args.program), base, args.update)
+    bases = [os.path.abspath(base) for base in find_cases(args.paths)]
+    program = os.path.abspath(args.program)
+    with concurrent.futures.ThreadPoolExecutor(max(1, args.jobs)) as pool:
+        results = list(pool.map(lambda base: run_case(program, base, args.update), bases))
+    for base, problems in zip(bases, results):
         if problems:
             failed += 1
             print("FAILED: %s.tr" % base)

@@ -35,9 +35,14 @@ def write(path, data, compress=False):
 BSD_PAGE = b".Dd January 1, 2020\n.Dt BSD 1\n.Os\n.Sh NAME\n.Nm bsd\n.Nd a page in mdoc\n"
 
 
+NOTES = b".SH\nNotes\n.PP\nText.\n.LP\nMore.\n"
+
+
 def build_tree(src):
     write(src + "/man1/plain.1", b".TH PLAIN 1\n.SH NAME\nplain \\- a page\n.PP\nSome text.\n")
-    write(src + "/man1/packed.1.gz", b".TH PACKED 1\n.SH NAME\npacked \\- compressed\n", compress=True)
+    # two gzip members, as "cat a.gz b.gz" makes: both are the page
+    write(src + "/man1/packed.1.gz", gzip.compress(b".TH PACKED 1\n.SH NAME\n") +
+          gzip.compress(b"packed \\- compressed\n"))
     write(src + "/man1/stub.1", b".\\\" a redirect\n.so man7/target.7\n")
     write(src + "/man7/target.7.gz", b".TH TARGET 7\nThe target.\n", compress=True)
     os.symlink("packed.1.gz", src + "/man1/alias.1.gz")
@@ -45,6 +50,10 @@ def build_tree(src):
     write(src + "/man1/damaged.1.gz", b"\x1f\x8b\x08\x00broken")
     write(src + "/man1/outside.1", b".so ../../etc/passwd\n")
     write(src + "/papers/paper.ms", b".NH\nIntroduction\n.PP\nText.\n")
+    # no extension: its macros decide, SH and PP being in both man and ms
+    write(src + "/papers/notes", NOTES)
+    # in a section folder a page is a man page even without TH
+    write(src + "/man1/untitled.1", b".SH NAME\nuntitled \\- no TH\n.PP\nText.\n")
     write(src + "/man5/warn1.5", b".TH W 5\nText \\\x01 here.\n")
     write(src + "/man5/warn2.5", b".TH W 5\nA\nB\n.ft\n\\\x01\n")
 
@@ -351,6 +360,9 @@ def main():
         check(read(dst + "/papers/paper.ms.vif") ==
               direct(args.program, ["--full", "-ms"], b".NH\nIntroduction\n.PP\nText.\n"),
               "paper converted with -ms")
+        check(lines["man1/untitled.1"][1] == "converted", "page without TH in man1 converted")
+        check(read(dst + "/papers/notes.vif") == direct(args.program, ["--full", "-ms"], NOTES),
+              "SH then LP outside a section folder is an ms paper")
         # Each page's own messages, though one worker converts both.
         check(lines["man5/warn1.5"][2:] == ["1", "Line 2 @ 8:  Expected \\ followed by a printable character."],
               "first page's warning: %s" % lines["man5/warn1.5"])
