@@ -98,6 +98,9 @@ struct TVState {
     // The full mode's tr: what each byte of text is written as; null when
     // nothing is translated.
     const unsigned char* TVTranslation = nullptr;
+    // The full mode's in-line equation delimiter (eqn's delim), as the reader
+    // gives the character; 256, which no character is, when none is set.
+    int TVEqnDelimiter = 256;
 };
 extern TVState tv;
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "driver/driver.h"
+#include "preproc/preproc.h"
 #include "requests/rb.h"
 #include "roff/roff.h"
 #include "writer/vifout.h"
@@ -245,6 +246,14 @@ void doIt() {
                 newlines = 0;
                 TVReturnReset();
                 TVEscape(s.lastOutC);
+                fire();
+                continue;
+            }
+            // Only the full mode sets a delimiter.
+            if (c == tv.TVEqnDelimiter && !tv.TVReturn.endCommand) {
+                newlines = 0;
+                TVReturnReset();
+                PreprocInlineEquation();
                 fire();
                 continue;
             }

@@ -86,13 +86,20 @@ void restoreRegion(const Region& region) {
 void PreprocPackageFormats(const Pgf& body) {
     if (!driver.isFull) return;
     preproc.tableFormat = derived(body, "table", kAlignLeft);
+    preproc.equationFormat = derived(body, "equation", kAlignCenter);
     preproc.hasFormats = true;
     TVPgfOut(preproc.tableFormat);
+    TVPgfOut(preproc.equationFormat);
 }
 
 Pgf tableFormat() {
     return atCurrentIndent(preproc.hasFormats ? preproc.tableFormat
                                               : derived(tv.TVPgf, "table", kAlignLeft));
+}
+
+Pgf equationFormat() {
+    return atCurrentIndent(preproc.hasFormats ? preproc.equationFormat
+                                              : derived(tv.TVPgf, "equation", kAlignCenter));
 }
 
 void beginRegion(Region&& region) {

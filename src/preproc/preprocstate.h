@@ -49,7 +49,13 @@ struct Region {
 struct PreprocState {
     bool hasFormats = false;  // a package declared its formats
     Pgf tableFormat;
+    Pgf equationFormat;
     std::vector<Region> regions;  // innermost last
+    // eqn's definitions (define, ndefine, tdefine) by name.
+    std::unordered_map<std::string, std::string> eqnDefines;
+    // The character that closes an in-line equation (the second of delim's
+    // pair); the opening one is tv.TVEqnDelimiter.
+    char closingDelimiter = 0;
     // Keys already warned about, so that each gives one warning.
     std::unordered_set<std::string> warned;
 };
@@ -63,9 +69,10 @@ void preprocWarnOnce(const std::string& key, const std::string& message);
 // beyond kMaxRegionBytes are dropped with a warning.
 bool readRegion(std::initializer_list<std::string_view> ends, std::vector<std::string>& lines);
 
-// The paragraph format a table's rows take: the package's, or one made from
-// the format in force.
+// The paragraph formats a region's paragraphs take: the package's, or ones
+// made from the format in force.
 Pgf tableFormat();
+Pgf equationFormat();
 
 // Starts reading `region` back: saves the format, fill mode and tab stops in
 // force and sets up its first paragraph. A region without paragraphs changes

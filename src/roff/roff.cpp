@@ -540,6 +540,11 @@ bool tsRequest(const Line& line) {
     return true;
 }
 
+bool eqRequest(const Line& line) {
+    PreprocEquation(line.rest);
+    return true;
+}
+
 bool preprocStepRequest(const Line&) {
     PreprocStep();
     return true;
@@ -579,6 +584,7 @@ bool ignoreRequest(const Line&) { return true; }
 
 constexpr RoffRequest kRequests[] = {
     {kPreprocStep, preprocStepRequest},
+    {"EQ", eqRequest},
     {"TS", tsRequest},           {"ab", abRequest},           {"af", afRequest},
     {"aln", ignoreRequest},      {"als", alsRequest},         {"am", amRequest},
     {"am1", amRequest},          {"ami", amRequest},          {"as", asRequest},
