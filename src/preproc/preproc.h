@@ -1,9 +1,10 @@
-// The preprocessor languages of the full mode: tables (tbl, TS to TE) and
-// equations (eqn, EQ to EN and in-line between its delimiters). The roff
-// layer hands each region's request to this layer, which reads the region
-// itself and gives back ordinary input: the rows of a table and the linear
-// text of an equation are pushed back as lines for the main loop to read,
-// each row or display equation a paragraph of its own.
+// The preprocessor languages of the full mode: tables (tbl, TS to TE),
+// equations (eqn, EQ to EN and in-line between its delimiters) and pictures
+// (pic, PS to PE). The roff layer hands each region's request to this layer,
+// which reads the region itself and gives back ordinary input: the rows of a
+// table and the linear text of an equation are pushed back as lines for the
+// main loop to read, each row or display equation a paragraph of its own; a
+// picture leaves an empty anchored frame.
 // Owns: the table and equation paragraph formats, the stack of regions being
 // read back, eqn's delimiters and definitions. Calls: the interpreter's reader
 // and pushback, the roff layer's line reader and width estimate, the catalog.
@@ -23,9 +24,10 @@
 void PreprocPackageFormats(const Pgf& body);
 
 // The region requests, called with the rest of the request line. Each reads
-// its region from the input up to its end request (TE; EN).
+// its region from the input up to its end request (TE; EN; PE or PF).
 void PreprocTable(std::string_view args);
 void PreprocEquation(std::string_view args);
+void PreprocPicture(std::string_view args);
 
 // The name of the layer's own request, which the region handlers put in the
 // lines they push back: each one starts the next row of the table being read

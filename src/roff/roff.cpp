@@ -545,6 +545,11 @@ bool eqRequest(const Line& line) {
     return true;
 }
 
+bool psRequest(const Line& line) {
+    PreprocPicture(line.rest);
+    return true;
+}
+
 bool preprocStepRequest(const Line&) {
     PreprocStep();
     return true;
@@ -584,7 +589,7 @@ bool ignoreRequest(const Line&) { return true; }
 
 constexpr RoffRequest kRequests[] = {
     {kPreprocStep, preprocStepRequest},
-    {"EQ", eqRequest},
+    {"EQ", eqRequest},           {"PS", psRequest},
     {"TS", tsRequest},           {"ab", abRequest},           {"af", afRequest},
     {"aln", ignoreRequest},      {"als", alsRequest},         {"am", amRequest},
     {"am1", amRequest},          {"ami", amRequest},          {"as", asRequest},
