@@ -37,13 +37,14 @@ struct Cell {
 // to troff (a request between rows).
 struct Row {
     std::vector<Cell> cells;
-    const FormatRow* format = nullptr;
+    size_t formatIndex = 0;
+    const FormatRow* format = nullptr;  // table.formats[formatIndex], once all are read
     std::string passedOn;  // the request lines before the row
 };
 
 struct Table {
     char tab = '\t';
-    std::vector<FormatRow> formats;  // of all sections, kept so rows can point into them
+    std::vector<FormatRow> formats;  // of all sections
     std::vector<Row> rows;
 };
 
@@ -158,11 +159,6 @@ Table readTable(const std::vector<std::string>& lines) {
         table.tab = optionsTab(first);
         i++;
     }
-    // Format rows are kept in a list whose elements never move: a reserve
-    // as large as the lines can make is taken first.
-    size_t maxRows = 0;
-    for (const std::string& line : lines) maxRows += 1 + static_cast<size_t>(std::count(line.begin(), line.end(), ','));
-    table.formats.reserve(maxRows + 1);
     auto readFormats = [&]() -> size_t {
         size_t start = table.formats.size();
         while (i < lines.size() && !readFormatLine(lines[i++], table.formats)) {
@@ -195,8 +191,8 @@ Table readTable(const std::vector<std::string>& lines) {
         Row row;
         row.passedOn = std::move(passedOn);
         passedOn.clear();
-        size_t formatIndex = std::min(section + rowInSection, table.formats.size() - 1);
-        row.format = &table.formats[formatIndex];
+        // A section's last format row serves the rest of its rows.
+        row.formatIndex = std::min(section + rowInSection, table.formats.size() - 1);
         rowInSection++;
         std::string_view rest(line);
         size_t start = 0;
@@ -231,6 +227,9 @@ Table readTable(const std::vector<std::string>& lines) {
         Row tail;
         tail.passedOn = std::move(passedOn);
         table.rows.push_back(std::move(tail));
+    }
+    for (Row& row : table.rows) {
+        if (!row.cells.empty()) row.format = &table.formats[row.formatIndex];
     }
     return table;
 }
