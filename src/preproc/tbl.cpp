@@ -60,6 +60,10 @@ bool isKey(char c) {
 
 bool isRuleKey(char key) { return key == '_' || key == '-' || key == '='; }
 
+bool isRuleRow(const FormatRow& row) {
+    return std::all_of(row.begin(), row.end(), [](const Column& column) { return isRuleKey(column.key); });
+}
+
 // Reads a font name after the f modifier: "(xx", "[name]", or one or two
 // characters up to a blank or the next key.
 std::string readFontName(std::string_view line, size_t& i) {
@@ -131,11 +135,15 @@ bool readFormatLine(std::string_view line, std::vector<FormatRow>& rows) {
     return isLast;
 }
 
-// The tab character of the options line ("tab(x)" in either case).
+// The tab character of the options line: "tab(x)", in either case, blanks
+// allowed before the parenthesis.
 char optionsTab(std::string_view options) {
-    for (size_t i = 0; i + 4 < options.size(); i++) {
-        std::string_view word = options.substr(i, 4);
-        if ((word == "tab(" || word == "TAB(") && options[i + 4] != ')') return options[i + 4];
+    for (size_t i = 0; i + 3 < options.size(); i++) {
+        std::string_view word = options.substr(i, 3);
+        if (word != "tab" && word != "TAB") continue;
+        size_t j = i + 3;
+        while (j < options.size() && options[j] == ' ') j++;
+        if (j + 2 < options.size() && options[j] == '(' && options[j + 1] != ')') return options[j + 1];
     }
     return '\t';
 }
@@ -148,6 +156,12 @@ bool isEmptyCell(std::string_view cell) {
 
 bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
+}
+
+// The key of column `k` in a row's format; a column the format does not
+// name is left-aligned.
+char keyOf(const Row& row, size_t k) {
+    return row.format && k < row.format->size() ? (*row.format)[k].key : 'l';
 }
 
 // Reads the region's lines into a table.
@@ -166,20 +180,22 @@ Table readTable(const std::vector<std::string>& lines) {
         if (table.formats.size() == start) table.formats.push_back(FormatRow{Column{}});
         return start;
     };
-    size_t section = readFormats();
-    size_t rowInSection = 0;
+    size_t sectionStart = readFormats();
+    size_t nextFormat = sectionStart;
     std::string passedOn;
     const char tab = table.tab;
     for (; i < lines.size(); i++) {
         const std::string& line = lines[i];
         std::string_view view = trimmed(line);
-        if (isControlLine(line)) {
+        // A line of data may begin with a period before a digit (.5).
+        bool isRequest = isControlLine(line) && !(line.size() > 1 && line[1] >= '0' && line[1] <= '9');
+        if (isRequest) {
             std::string_view name = trimmed(std::string_view(line).substr(1));
             name = name.substr(0, name.find_first_of(" \t"));
             if (name == "T&") {
                 i++;
-                section = readFormats();
-                rowInSection = 0;
+                sectionStart = readFormats();
+                nextFormat = sectionStart;
                 i--;
             } else if (name != "TH") {
                 passedOn += line;
@@ -191,9 +207,12 @@ Table readTable(const std::vector<std::string>& lines) {
         Row row;
         row.passedOn = std::move(passedOn);
         passedOn.clear();
-        // A section's last format row serves the rest of its rows.
-        row.formatIndex = std::min(section + rowInSection, table.formats.size() - 1);
-        rowInSection++;
+        // A format row of rules only is a rule of its own and takes no data
+        // row; a section's last format row serves the rest of its rows.
+        while (nextFormat + 1 < table.formats.size() && isRuleRow(table.formats[nextFormat])) nextFormat++;
+        row.formatIndex = nextFormat;
+        if (nextFormat + 1 < table.formats.size()) nextFormat++;
+        while (row.formatIndex > sectionStart && isRuleRow(table.formats[row.formatIndex])) row.formatIndex--;
         std::string_view rest(line);
         size_t start = 0;
         for (;;) {
@@ -228,16 +247,25 @@ Table readTable(const std::vector<std::string>& lines) {
         tail.passedOn = std::move(passedOn);
         table.rows.push_back(std::move(tail));
     }
+    // Data entries fill the columns that are not spans, in order; what is
+    // left over has no column and is dropped, as tbl drops it.
+    size_t columns = 1;
+    for (const FormatRow& format : table.formats) columns = std::max(columns, format.size());
     for (Row& row : table.rows) {
-        if (!row.cells.empty()) row.format = &table.formats[row.formatIndex];
+        if (row.cells.empty()) continue;
+        row.format = &table.formats[row.formatIndex];
+        std::vector<Cell> entries = std::move(row.cells);
+        row.cells.clear();
+        size_t next = 0;
+        for (size_t k = 0; k < columns && next < entries.size(); k++) {
+            if (keyOf(row, k) == 's') {
+                row.cells.emplace_back();
+            } else {
+                row.cells.push_back(std::move(entries[next++]));
+            }
+        }
     }
     return table;
-}
-
-// The key of column `k` in a row's format; a column the format does not
-// name is left-aligned.
-char keyOf(const Row& row, size_t k) {
-    return row.format && k < row.format->size() ? (*row.format)[k].key : 'l';
 }
 
 // Whether the cell of column `k` carries text: spans, rules and vertical
@@ -417,6 +445,13 @@ std::string rowText(const Row& row, size_t columns) {
             if (cell.isBlock) {
                 appendBlock(cell.text, text);
             } else {
+                // A cell at the start of a line that begins with the control
+                // character is text all the same.
+                bool isLineStart = text.empty() || text.back() == '\n';
+                if (isLineStart && isControlLine(cell.text) && hasEscapes) {
+                    text += escape;
+                    text += '&';
+                }
                 text += cell.text;
             }
             isFontChanged = !font.empty() || cell.text.find(escape) != std::string::npos || cell.isBlock;
@@ -427,12 +462,7 @@ std::string rowText(const Row& row, size_t columns) {
         text += escape;
         text += "f[R]";
     }
-    // A row that begins with the control character is text all the same.
     std::string out = row.passedOn;
-    if (isControlLine(text) && tv.TVEscapeChar != 0) {
-        out += escape;
-        out += '&';
-    }
     out += text;
     while (!out.empty() && out.back() == '\n') out.pop_back();
     return out;

@@ -270,7 +270,9 @@ bool isNative(std::string_view name) {
 }
 
 bool refuseNative(std::string_view name) {
-    if (!isNative(name)) return false;
+    // A document that defines PS and PE uses them as its own macros (manual
+    // pages set prototypes with them), not as the picture's bounds.
+    if (!isNative(name) || name == "PS" || name == "PE") return false;
     roffWarn("Definition of " + std::string(name) + " ignored: the converter defines it.");
     return true;
 }
