@@ -13,9 +13,10 @@ classic mode, which has no mdoc package):
     in the section directories of /usr/share/man, converted with -man;
     reference: mandoc -T ascii -O width=1000;
   - the ms and me papers of tests/data/corpus, converted with -ms or -me;
-    reference: groff -mPACKAGE -T ascii -P-cbou -t -e -p -rHY=0. The table,
-    equation and picture regions (.TS to .TE, .EQ to .EN, .PS to .PE) are taken
-    out of a paper's input before either renders it.
+    reference: groff -mPACKAGE -T ascii -P-cbou -t -e -p -rHY=0, which renders
+    the table, equation and picture regions (.TS to .TE, .EQ to .EN, .PS to
+    .PE) too: they count like any other text (--strip-regions takes them out of
+    a paper's input before either renders it).
 Both renderers get the same input on standard input, run in the same
 directory (the manual's top directory, or the paper's own directory).
 
@@ -26,6 +27,12 @@ white space at line ends and paragraph ends. Bytes 128..255 of our output are
 read in the output character set; non-ASCII characters on either side are
 transliterated to ASCII (compatibility decomposition, combining marks dropped,
 a few letters spelled out).
+
+Region source words: the words of the regions' own language, which a reader
+never sees: a table's options and format lines, the keywords of an equation,
+a picture's source outside its quoted labels. A document "leaves" such a word
+as often as our output has it more often than the reference does; the total
+is reported, and --max-region-words fails the run above it.
 
 A word is a run of two or more ASCII letters or digits. The words of each side
 are compared as multisets: precision is the share of our words that the
@@ -50,6 +57,10 @@ Options:
                    recall is below P or R
   --min-pages-share S  exit status 1 when the share of pages meeting the bar is
                    below S
+  --max-region-words N  exit status 1 when more than N region source words are
+                   left over all documents
+  --strip-regions  take the regions out of the papers' input before either
+                   side renders it
   --timeout S      seconds per rendering before it is given up (default 60)
   PATH...          compare only these files (man pages, or .ms/.me papers)
 Exit status: 0, 1 when a threshold is not met or the program is missing, 77
@@ -86,6 +97,13 @@ OVERSTRIKE_RE = re.compile(r".\x08", re.S)
 REGION_START_RE = re.compile(rb"^[.'][ \t]*(TS|EQ|PS)(?=[ \t]|$)")
 REGION_ENDS = {b"TS": (b"TE",), b"EQ": (b"EN",), b"PS": (b"PE", b"PF")}
 REQUEST_NAME_RE = re.compile(rb"^[.'][ \t]*([A-Za-z0-9]+)(?=[ \t]|$)")
+# The keywords of eqn's language.
+EQN_KEYWORDS = frozenset("""
+    above back bar bold ccol chartype col cpile define delim dot dotdot down dyad fat font fwd
+    from gfont gsize hat ifdef include italic lcol left lineup lpile mark matrix ndefine nosplit
+    over pile rcol right roman rpile set size smallover space special split sqrt sub sup tdefine
+    tilde to type under undef up utilde vcenter vec""".split())
+QUOTED_RE = re.compile(r'"[^"]*"')
 
 # Letters that have no compatibility decomposition, spelled out in ASCII.
 SPELLED = str.maketrans({
@@ -172,9 +190,62 @@ def without_regions(data):
     return b"\n".join(out)
 
 
-def compare(ours, ref):
-    """Figures of one page from the two multisets of words."""
+def regions(data):
+    """(kind, lines) of each table, equation and picture region of the input,
+    the lines between its start and end requests as text."""
+    found = []
+    kind, lines = None, []
+    for line in data.split(b"\n"):
+        if kind is None:
+            m = REGION_START_RE.match(line)
+            if m:
+                kind, lines = m.group(1), []
+        else:
+            m = REQUEST_NAME_RE.match(line)
+            if m and m.group(1) in REGION_ENDS[kind]:
+                found.append((kind, lines))
+                kind = None
+            else:
+                lines.append(line.decode("latin-1"))
+    if kind is not None:
+        found.append((kind, lines))
+    return found
+
+
+def region_source_words(data):
+    """The words of the regions' own language in the input: a table's options
+    and format lines, an equation's keywords, a picture's source outside its
+    quoted labels."""
+    source = set()
+    for kind, lines in regions(data):
+        if kind == b"TS":
+            # The options line (ending in ;) and the format lines up to the
+            # one that ends in a period; T& starts more format lines.
+            in_format = True
+            for line in lines:
+                text = line.strip()
+                if text.startswith((".T&", "'T&")):
+                    in_format = True
+                    continue
+                if in_format and not text.startswith((".", "'")):
+                    source.update(WORD_RE.findall(text))
+                    if text.endswith("."):
+                        in_format = False
+        elif kind == b"EQ":
+            for line in lines:
+                source.update(w for w in WORD_RE.findall(QUOTED_RE.sub(" ", line)) if w in EQN_KEYWORDS)
+        else:
+            for line in lines:
+                if not line.startswith((".", "'")):
+                    source.update(WORD_RE.findall(QUOTED_RE.sub(" ", line)))
+    return source
+
+
+def compare(ours, ref, region_words=frozenset()):
+    """Figures of one page from the two multisets of words; `region_words`
+    are the region source words of the input."""
     common = sum((ours & ref).values())
+    left = collections.Counter({w: ours[w] - ref[w] for w in region_words if ours[w] > ref[w]})
     n_ours = sum(ours.values())
     n_ref = sum(ref.values())
     return {
@@ -183,6 +254,8 @@ def compare(ours, ref):
         "recall": common / n_ref if n_ref else 1.0,
         "shows": (ours - ref).most_common(TOP_WORDS),
         "loses": (ref - ours).most_common(TOP_WORDS),
+        "region_left": sum(left.values()),
+        "region_shows": left.most_common(TOP_WORDS),
     }
 
 
@@ -201,7 +274,7 @@ def run(cmd, data, cwd, timeout):
 
 def compare_document(job):
     """Runs in a worker process: renders one document both ways and compares."""
-    name, path, is_man, program, extra, man_dir, timeout, only = job
+    name, path, is_man, program, extra, man_dir, timeout, only, strip = job
     res = {"name": name, "skip": None, "problem": None}
     try:
         data = corpus_check.read_document(path)
@@ -223,7 +296,8 @@ def compare_document(job):
         cwd = man_dir if os.path.isdir(man_dir) else None
     else:
         package = corpus_check.package_of(path)
-        data = without_regions(data)
+        if strip:
+            data = without_regions(data)
         reference_cmd = ["groff", "-m" + package[1:]] + GROFF_OPTIONS
         cwd = os.path.dirname(os.path.abspath(path))
 
@@ -241,7 +315,7 @@ def compare_document(job):
     text, problems = our_text(vif)
     if problems and not res["problem"]:
         res["problem"] = "output not well-formed: " + problems[0]
-    res.update(compare(words(text), words(reference_text(rendering))))
+    res.update(compare(words(text), words(reference_text(rendering)), region_source_words(data)))
     return res
 
 
@@ -261,12 +335,13 @@ def meets_bar(r):
 
 def write_report(path, results):
     with open(path, "w", encoding="utf-8") as f:
-        f.write("page\tours\treference\tcommon\tprecision\trecall\tmeets_bar\tproblem\tshows\tloses\n")
+        f.write("page\tours\treference\tcommon\tprecision\trecall\tmeets_bar\tproblem\tshows\tloses"
+                "\tregion_left\n")
         for r in results:
-            f.write("%s\t%d\t%d\t%d\t%.4f\t%.4f\t%s\t%s\t%s\t%s\n" % (
+            f.write("%s\t%d\t%d\t%d\t%.4f\t%.4f\t%s\t%s\t%s\t%s\t%d\n" % (
                 r["name"], r["ours"], r["ref"], r["common"], r["precision"], r["recall"],
                 "yes" if meets_bar(r) else "no", r["problem"] or "",
-                fmt_words(r["shows"]), fmt_words(r["loses"])))
+                fmt_words(r["shows"]), fmt_words(r["loses"]), r["region_left"]))
 
 
 def main(argv=None):
@@ -281,6 +356,8 @@ def main(argv=None):
     ap.add_argument("--min-precision", type=float)
     ap.add_argument("--min-recall", type=float)
     ap.add_argument("--min-pages-share", type=float)
+    ap.add_argument("--max-region-words", type=int)
+    ap.add_argument("--strip-regions", action="store_true")
     ap.add_argument("--timeout", type=float, default=60.0)
     ap.add_argument("--man-dir", default=corpus_check.MAN_DIR)
     ap.add_argument("paths", nargs="*")
@@ -326,7 +403,7 @@ def main(argv=None):
         missing.append("groff")
         docs = [d for d in docs if d[2]]
 
-    jobs = [(n, p, is_man, program, extra, args.man_dir, args.timeout, args.only)
+    jobs = [(n, p, is_man, program, extra, args.man_dir, args.timeout, args.only, args.strip_regions)
             for n, p, is_man in docs]
     results = []
     start = time.monotonic()
@@ -352,15 +429,23 @@ def main(argv=None):
     recall = common / n_ref if n_ref else 1.0
     good = sum(1 for r in results if meets_bar(r))
     share = good / len(results)
+    region_left = sum(r["region_left"] for r in results)
     problems = [r for r in results if r["problem"]]
 
     line = ("compare (%s mode): %s, %d words ours, %d reference, %d in common; "
             "precision %.4f, recall %.4f; %s (%.1f%%) with both at least %.2f; %.1f s"
             % (args.mode, plural(len(results), "document"), n_ours, n_ref, common,
                precision, recall, plural(good, "document"), 100 * share, BAR, elapsed))
+    line += "; region source words left: %d" % region_left
     if skipped:
         line += "; skipped: " + skipped_text
     print(line)
+    with_region = sorted((r for r in results if r["region_left"]), key=lambda r: -r["region_left"])
+    if with_region and args.list > 0:
+        print("documents that leave region source words (%d of %d):"
+              % (min(args.list, len(with_region)), len(with_region)))
+        for r in with_region[:args.list]:
+            print("  %s: %s" % (r["name"], fmt_words(r["region_shows"])))
     if problems:
         print("%s with a conversion problem, first %s: %s"
               % (plural(len(problems), "document"), problems[0]["name"], problems[0]["problem"]))
@@ -385,6 +470,9 @@ def main(argv=None):
         failed.append("precision %.4f is below %g" % (precision, args.min_precision))
     if args.min_recall is not None and recall < args.min_recall:
         failed.append("recall %.4f is below %g" % (recall, args.min_recall))
+    if args.max_region_words is not None and region_left > args.max_region_words:
+        failed.append("%d region source words left, more than %d"
+                      % (region_left, args.max_region_words))
     if args.min_pages_share is not None and share < args.min_pages_share:
         failed.append("share of documents at the bar %.4f is below %g"
                       % (share, args.min_pages_share))

@@ -104,6 +104,9 @@ struct TVState {
     // list item's tag ends, a display closes): called with the action's byte
     // when the main loop reaches it. Null: no package acts.
     void (*TVAction)(int action) = nullptr;
+    // The full mode's in-line equation delimiter (eqn's delim), as the reader
+    // gives the character; 256, which no character is, when none is set.
+    int TVEqnDelimiter = 256;
 };
 extern TVState tv;
 

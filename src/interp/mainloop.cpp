@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "driver/driver.h"
+#include "preproc/preproc.h"
 #include "requests/rb.h"
 #include "roff/roff.h"
 #include "writer/vifout.h"
@@ -174,14 +175,15 @@ void endInclude() {
 
 // Which bytes a run of plain text may hold: those VifPlainOut takes
 // (printable, and not one the writer quotes), but neither the escape nor the
-// hyphenation character; the blank only while no word trap is armed, which
-// changes often, so both tables are kept. Made again only when the escape or
-// hyphenation character changes, which documents seldom do, so that a run
-// tests each character with one look-up.
+// hyphenation character nor the full mode's in-line equation delimiter; the
+// blank only while no word trap is armed, which changes often, so both tables
+// are kept. Made again only when one of those characters changes, which
+// documents seldom do, so that a run tests each character with one look-up.
 struct PlainTables {
     bool isPlain[2][256] = {};  // [0]: the blank is not plain; [1]: it is
     int escape = -1;
     int hyphen = -1;
+    int equation = -1;
 };
 PlainTables plainTables;
 
@@ -189,15 +191,18 @@ const bool* plainBytes() {
     PlainTables& p = plainTables;
     const int escape = static_cast<unsigned char>(tv.TVEscapeChar);
     const int hyphen = static_cast<unsigned char>(tv.TVHyphenationChar);
-    if (p.escape != escape || p.hyphen != hyphen) {
+    // 256 when no delimiter is set: no byte.
+    const int equation = tv.TVEqnDelimiter == 256 ? 256 : static_cast<unsigned char>(tv.TVEqnDelimiter);
+    if (p.escape != escape || p.hyphen != hyphen || p.equation != equation) {
         for (int c = 0; c < 256; c++) {
             bool isPlain = c >= 32 && c <= 126 && c != '\'' && c != '`' && c != '>' && c != '\\' &&
-                           c != escape && c != hyphen;
+                           c != escape && c != hyphen && c != equation;
             p.isPlain[0][c] = isPlain && c != ' ';
             p.isPlain[1][c] = isPlain;
         }
         p.escape = escape;
         p.hyphen = hyphen;
+        p.equation = equation;
     }
     return p.isPlain[wordTrapsArmed() ? 0 : 1];
 }
@@ -404,6 +409,14 @@ void doIt() {
                 newlines = 0;
                 TVReturnReset();
                 TVEscape(s.lastOutC);
+                fire();
+                continue;
+            }
+            // Only the full mode sets a delimiter.
+            if (c == tv.TVEqnDelimiter && !tv.TVReturn.endCommand) {
+                newlines = 0;
+                TVReturnReset();
+                PreprocInlineEquation();
                 fire();
                 continue;
             }

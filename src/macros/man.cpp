@@ -9,6 +9,7 @@
 #include "driver/driver.h"
 #include "interp/interp.h"
 #include "macros/macros.h"
+#include "preproc/preproc.h"
 #include "requests/rb.h"
 #include "tools/rope.h"
 #include "writer/model.h"
@@ -438,6 +439,7 @@ void th() {
                  bit(PgfBit::font) | bit(PgfBit::PgfBlockSize) | bit(PgfBit::PgfLIndent) |
                  bit(PgfBit::PgfFIndent) | bit(PgfBit::PgfSpBefore) | bit(PgfBit::tabStops);
     TVPgfOut(block);
+    PreprocPackageFormats(block);
 
     s.exdentedPgf = block;
     s.exdentedPgf.PgfTag = "exdented pgf";

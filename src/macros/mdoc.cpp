@@ -16,6 +16,7 @@
 #include "interp/interp.h"
 #include "macros/macros.h"
 #include "macros/mdocnames.h"
+#include "preproc/preproc.h"
 #include "roff/roff.h"
 #include "tools/rope.h"
 #include "writer/model.h"
@@ -342,6 +343,8 @@ void defineFormats() {
     s.column.PgfTag = "mdoc column";
     s.column.PgfAlignment = kAlignLeft;
     TVPgfOut(s.column);
+
+    PreprocPackageFormats(body);
 
     TVFontSetFamilyStyle("Times", 'R');
 }

@@ -10,6 +10,7 @@
 #include "driver/driver.h"
 #include "interp/interp.h"
 #include "macros/macros.h"
+#include "preproc/preproc.h"
 #include "requests/rb.h"
 #include "requests/troff.h"
 
@@ -201,6 +202,7 @@ void init() {
 
     fillBlockPgf();
     TVPgfOut(s.blockPgf);
+    PreprocPackageFormats(s.blockPgf);
     s.stdPgf = derive(s.blockPgf, "pgf");
     s.stdPgf.PgfFIndent = {s.pi, kUnitInch};
     TVPgfOut(s.stdPgf);

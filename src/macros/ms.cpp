@@ -10,6 +10,7 @@
 
 #include "interp/interp.h"
 #include "macros/macros.h"
+#include "preproc/preproc.h"
 #include "requests/rb.h"
 #include "requests/troff.h"
 #include "tools/rope.h"
@@ -129,6 +130,7 @@ void fillFormats() {
     // "block pgf" is declared once only.
     fillBlockPgf();
     TVPgfOut(s.blockPgf);
+    PreprocPackageFormats(s.blockPgf);
 
     s.stdPgf = derived(s.blockPgf, "pgf");
     setInches(s.stdPgf.PgfFIndent, s.PI);

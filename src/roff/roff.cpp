@@ -18,6 +18,7 @@
 
 #include "driver/driver.h"
 #include "interp/interp.h"
+#include "preproc/preproc.h"
 #include "requests/rb.h"
 #include "roff/roffstate.h"
 
@@ -272,7 +273,9 @@ bool isNative(std::string_view name) {
 }
 
 bool refuseNative(std::string_view name) {
-    if (!isNative(name)) return false;
+    // A document that defines PS and PE uses them as its own macros (manual
+    // pages set prototypes with them), not as the picture's bounds.
+    if (!isNative(name) || name == "PS" || name == "PE") return false;
     roffWarn("Definition of " + std::string(name) + " ignored: the converter defines it.");
     return true;
 }
@@ -534,97 +537,26 @@ bool ftRequest(const Line& line) {
     return roffSelectFont(name);
 }
 
-// ---- Tables -----------------------------------------------------------------------------
+// ---- Preprocessor regions ---------------------------------------------------------------
 
-// The cells of a table row that carry no text: spans and rules.
-bool isEmptyCell(std::string_view cell) {
-    return cell.empty() || cell == "_" || cell == "=" || cell == "\\_" || cell == "\\^" ||
-           cell == "\\=";
+// Tables, equations and pictures are read by their own layer.
+bool tsRequest(const Line& line) {
+    PreprocTable(line.rest);
+    return true;
 }
 
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-    return text;
+bool eqRequest(const Line& line) {
+    PreprocEquation(line.rest);
+    return true;
 }
 
-// The tab character of a table's options line ("tab(x)"), or the tab.
-char tableTab(std::string_view options) {
-    size_t at = options.find("tab(");
-    if (at == std::string_view::npos || at + 5 >= options.size()) at = options.find("TAB(");
-    if (at == std::string_view::npos || at + 5 >= options.size()) return '\t';
-    return options[at + 4];
+bool psRequest(const Line& line) {
+    PreprocPicture(line.rest);
+    return true;
 }
 
-// A table (TS to TE) read simply: the options and format lines go, every
-// data row becomes an unfilled line with its cells a tab apart, and a text
-// block (T{ to T}) its own lines. Layout is left to a later reading of tables.
-bool tsRequest(const Line&) {
-    std::vector<std::string> lines;
-    std::string raw;
-    while (readRawLine(raw)) {
-        if (isEndLine(raw, "TE")) break;
-        lines.push_back(raw);
-    }
-    size_t i = 0;
-    char tab = '\t';
-    if (i < lines.size() && trimmed(lines[i]).size() > 0 && trimmed(lines[i]).back() == ';') {
-        tab = tableTab(lines[i]);
-        i++;
-    }
-    auto skipFormat = [&]() {
-        while (i < lines.size()) {
-            std::string_view line = trimmed(lines[i++]);
-            if (!line.empty() && line.back() == '.') break;
-        }
-    };
-    skipFormat();
-    std::string out = ".nf\n";
-    for (; i < lines.size(); i++) {
-        const std::string& line = lines[i];
-        std::string_view view = trimmed(line);
-        if (view.empty() || view == "_" || view == "=") continue;
-        if (line[0] == tv.TVControlChar || line[0] == tv.TVNoBreakControlChar) {
-            std::string_view name = firstWord(std::string_view(line).substr(1));
-            if (name == "T&") {
-                i++;
-                skipFormat();
-                i--;
-            } else if (name != "TH") {
-                out += line + "\n";
-            }
-            continue;
-        }
-        std::string row;
-        size_t start = 0;
-        std::string_view rest(line);
-        for (;;) {
-            size_t end = rest.find(tab, start);
-            std::string_view cell = rest.substr(start, end == std::string_view::npos ? end : end - start);
-            if (trimmed(cell) == "T{") {
-                if (!row.empty()) out += row + "\n";
-                row.clear();
-                // The block's lines up to the one that starts with T}; the
-                // cells after it go on in the same row.
-                while (++i < lines.size() && lines[i].compare(0, 2, "T}") != 0) out += lines[i] + "\n";
-                if (i >= lines.size()) break;
-                rest = std::string_view(lines[i]).substr(2);
-                start = 0;
-                if (!rest.empty() && rest[0] == tab) start = 1;
-                if (rest.empty()) break;
-                continue;
-            }
-            if (!isEmptyCell(trimmed(cell))) {
-                if (!row.empty()) row += '\t';
-                row += trimmed(cell);
-            }
-            if (end == std::string_view::npos) break;
-            start = end + 1;
-        }
-        if (!row.empty()) out += row + "\n";
-    }
-    if (tv.TVIsFilling) out += ".fi\n";
-    TVUnread(out.data(), out.size());
+bool preprocStepRequest(const Line&) {
+    PreprocStep();
     return true;
 }
 
@@ -661,6 +593,8 @@ bool trRequest(const Line& line) {
 bool ignoreRequest(const Line&) { return true; }
 
 constexpr RoffRequest kRequests[] = {
+    {kPreprocStep, preprocStepRequest},
+    {"EQ", eqRequest},           {"PS", psRequest},
     {"TS", tsRequest},           {"ab", abRequest},           {"af", afRequest},
     {"aln", ignoreRequest},      {"als", alsRequest},         {"am", amRequest},
     {"am1", amRequest},          {"ami", amRequest},          {"as", asRequest},
@@ -872,8 +806,22 @@ void roffDefineString(std::string_view name, std::string_view value) {
     roff.strings[std::string(name)] = std::string(value);
 }
 
+bool RoffReadLine(std::string& out) { return readRawLine(out); }
+
+bool RoffIsCall(std::string_view line, std::string_view name) {
+    if (line.empty() || (line[0] != tv.TVControlChar && line[0] != tv.TVNoBreakControlChar)) return false;
+    return firstWord(line.substr(1)) == name;
+}
+
+int64_t RoffTextWidth(std::string_view text) {
+    std::string interpolated;
+    roffInterpolate(text, interpolated, false);
+    return roffWidth(interpolated);
+}
+
 void roffReset() {
     packageLine = nullptr;
     roff = RoffState{};
     scratch = Scratch{};
+    preprocReset();
 }

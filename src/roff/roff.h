@@ -48,6 +48,18 @@ void RoffSetPackageLine(RoffPackageLine handler);
 // without escapes to read in copy mode).
 void roffDefineString(std::string_view name, std::string_view value);
 
+// ---- For the preprocessor layer (src/preproc) -------------------------------
+
+// Reads the rest of the current input line as the layer reads a control line:
+// an escaped newline joins the next line, a comment ends it. False at the end
+// of input with nothing read.
+bool RoffReadLine(std::string& out);
+// Whether `line` is a control line that calls `name` (".TE", ".  EN").
+bool RoffIsCall(std::string_view line, std::string_view name);
+// The width troff would estimate for `text` (0.6 em a character at the
+// current size), its strings and registers interpolated first; basic units.
+int64_t RoffTextWidth(std::string_view text);
+
 // ---- Pieces with sharp edges, exposed for the unit tests ---------------------
 
 // Evaluates a numeric expression at `p` (troff's left-to-right arithmetic with
