@@ -6,6 +6,7 @@
 // equation is a centred paragraph of its own; an in-line one stays in its
 // sentence.
 #include <algorithm>
+#include <iterator>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -30,7 +31,7 @@ constexpr size_t kMaxInlineLength = 16384;
 
 // Names eqn sets as characters, and the groff name of each.
 struct NameGlyph {
-    const char* name;
+    std::string_view name;
     const char* glyph;
 };
 constexpr NameGlyph kNames[] = {
@@ -51,7 +52,7 @@ constexpr NameGlyph kNames[] = {
 
 // Names set as plain text.
 struct NameText {
-    const char* name;
+    std::string_view name;
     const char* text;
 };
 constexpr NameText kTexts[] = {
@@ -60,8 +61,8 @@ constexpr NameText kTexts[] = {
 
 // Character sequences eqn recognises inside words.
 constexpr NameGlyph kSequences[] = {
-    {">=", ">="}, {"<=", "<="}, {"==", "=="}, {"!=", "!="}, {"+-", "+-"},
-    {"->", "->"}, {"<-", "<-"}, {"<<", "<<"}, {">>", ">>"},
+    {"!=", "!="}, {"+-", "+-"}, {"->", "->"}, {"<-", "<-"}, {"<<", "<<"},
+    {"<=", "<="}, {"==", "=="}, {">=", ">="}, {">>", ">>"},
 };
 
 // Marks set over or under the box before them, and what follows it here.
@@ -70,13 +71,26 @@ constexpr NameGlyph kMarks[] = {
     {"tilde", "a~"}, {"under", "ul"}, {"utilde", "a~"}, {"vec", "->"},
 };
 
+// Every table above is sorted by name, so a word is looked up by halving:
+// equations are read a word at a time, and most words are no name at all.
+template <typename Row, size_t N>
+constexpr bool isSorted(const Row (&rows)[N]) {
+    for (size_t i = 1; i < N; i++) {
+        if (!(rows[i - 1].name < rows[i].name)) return false;
+    }
+    return true;
+}
+static_assert(isSorted(kNames) && isSorted(kTexts) && isSorted(kSequences) && isSorted(kMarks));
+
 template <typename Row, size_t N>
 const Row* lookUp(const Row (&rows)[N], std::string_view name) {
-    for (const Row& row : rows) {
-        if (name == row.name) return &row;
-    }
-    return nullptr;
+    const Row* row = std::lower_bound(std::begin(rows), std::end(rows), name,
+                                      [](const Row& r, std::string_view n) { return r.name < n; });
+    return row != std::end(rows) && row->name == name ? row : nullptr;
 }
+
+// Whether a character sequence eqn recognises can begin with c.
+bool beginsSequence(char c) { return c == '!' || c == '+' || c == '-' || c == '<' || c == '=' || c == '>'; }
 
 bool isKeywordOf(std::string_view word, std::initializer_list<std::string_view> words) {
     return std::find(words.begin(), words.end(), word) != words.end();
@@ -128,7 +142,25 @@ enum class Kind { End, Word, Quoted, Open, Close, Space, ThinSpace };
 struct Token {
     Kind kind = Kind::End;
     std::string text;
+    bool isKeyword = false;  // a word the parser acts on (keywordNames)
 };
+
+// Every word the parser acts on, sorted: a token is looked up here once, and
+// a word that is none of them (most are) passes every keyword test at once.
+constexpr std::string_view kKeywordNames[] = {
+    "above",   "back",   "bold",     "ccol",   "chartype", "col",    "copy",      "cpile",
+    "define",  "delim",  "down",     "fat",    "font",     "from",   "fwd",       "gbfont",
+    "gfont",   "grfont", "gsize",    "ifdef",  "include",  "italic", "lcol",      "left",
+    "lineup",  "lpile",  "mark",     "matrix", "ndefine",  "nosplit", "over",     "pile",
+    "rcol",    "right",  "roman",    "rpile",  "set",      "size",   "smallover", "space",
+    "special", "split",  "sqrt",     "sub",    "sup",      "tdefine", "to",       "type",
+    "undef",   "up",     "vcenter",
+};
+static_assert(std::is_sorted(std::begin(kKeywordNames), std::end(kKeywordNames)));
+
+bool isKeywordName(std::string_view word) {
+    return std::binary_search(std::begin(kKeywordNames), std::end(kKeywordNames), word);
+}
 
 // Reads the equation's tokens, with definitions expanded: a word that names
 // one is read as the definition's text.
@@ -240,7 +272,9 @@ private:
             }
             at++;
         }
-        return Token{Kind::Word, text.substr(start, at - start)};
+        Token token{Kind::Word, text.substr(start, at - start)};
+        token.isKeyword = isKeywordName(token.text);
+        return token;
     }
 
     std::vector<Source> sources_;
@@ -274,7 +308,7 @@ public:
 private:
     bool atWord(std::string_view word) {
         const Token& token = lexer_.peek();
-        return token.kind == Kind::Word && token.text == word;
+        return token.isKeyword && token.text == word;
     }
 
     // The box as the operand of ^ and _ (`isScript`), or of / and the radical.
@@ -443,7 +477,9 @@ private:
                 continue;
             }
             const NameGlyph* sequence = nullptr;
-            if (i + 1 < text.size()) sequence = lookUp(kSequences, std::string_view(text).substr(i, 2));
+            if (i + 1 < text.size() && beginsSequence(text[i])) {
+                sequence = lookUp(kSequences, std::string_view(text).substr(i, 2));
+            }
             if (sequence) {
                 box.text += glyph(sequence->glyph);
                 box.binding = Binding::Loose;
@@ -580,7 +616,7 @@ private:
             case Kind::Word: break;
         }
         const std::string& w = token.text;
-        if (depth >= kMaxNesting) return word(w);
+        if (depth >= kMaxNesting || !token.isKeyword) return word(w);
         if (w == "roman" || w == "italic" || w == "bold" || w == "fat") {
             return inFont(w == "roman" ? "R" : w == "italic" ? "I" : "B", depth + 1);
         }
