@@ -73,6 +73,15 @@ constexpr NameGlyph kMarks[] = {
 
 // Every table above is sorted by name, so a word is looked up by halving:
 // equations are read a word at a time, and most words are no name at all.
+// Most steps are decided by the first characters, compared here before the
+// general comparison is called.
+constexpr bool nameLess(std::string_view a, std::string_view b) {
+    if (!a.empty() && !b.empty() && a[0] != b[0]) {
+        return static_cast<unsigned char>(a[0]) < static_cast<unsigned char>(b[0]);
+    }
+    return a < b;
+}
+
 template <typename Row, size_t N>
 constexpr bool isSorted(const Row (&rows)[N]) {
     for (size_t i = 1; i < N; i++) {
@@ -85,7 +94,7 @@ static_assert(isSorted(kNames) && isSorted(kTexts) && isSorted(kSequences) && is
 template <typename Row, size_t N>
 const Row* lookUp(const Row (&rows)[N], std::string_view name) {
     const Row* row = std::lower_bound(std::begin(rows), std::end(rows), name,
-                                      [](const Row& r, std::string_view n) { return r.name < n; });
+                                      [](const Row& r, std::string_view n) { return nameLess(r.name, n); });
     return row != std::end(rows) && row->name == name ? row : nullptr;
 }
 
@@ -159,7 +168,7 @@ constexpr std::string_view kKeywordNames[] = {
 static_assert(std::is_sorted(std::begin(kKeywordNames), std::end(kKeywordNames)));
 
 bool isKeywordName(std::string_view word) {
-    return std::binary_search(std::begin(kKeywordNames), std::end(kKeywordNames), word);
+    return std::binary_search(std::begin(kKeywordNames), std::end(kKeywordNames), word, nameLess);
 }
 
 // Reads the equation's tokens, with definitions expanded: a word that names
