@@ -174,6 +174,7 @@ bool fireWordTraps(bool isNewline);
 // Counts down the line traps at a newline of text, firing those that run out.
 void fireLineTraps();
 bool wordTrapsArmed();  // whether a blank of text may fire a word trap
+bool lineTrapsPending();  // whether a line end of text may fire a line trap
 void TVMarkerOut(const Marker& marker);
 bool markersPending();  // the head of the marker list is in use
 void markersNew();

@@ -217,36 +217,97 @@ const bool* plainBytes() {
 // with one call. The first character that is not plain is left unread, for
 // the main loop. The cursor still grows one character at a time, so that its
 // float sums round exactly as the main loop's would.
-void writePlainRun() {
-    const bool* plain = plainBytes();
-    auto isPlain = [plain](unsigned char c) { return plain[c]; };
-    InputStream& in = driver.stdIn;
-    int last = s.inC;
-    int beforeLast = s.lastInC;
-    float x = tv.TVCursor.x;
-    const double width = s.charWidth;
+//
+// A line end goes the same way when the main loop would do nothing with it
+// but write it, that is while no trap counts lines or words: it is written as
+// the main loop writes it (a blank and a line end in fill mode, a hard return
+// otherwise), and the cursor starts a new line. The run goes on into the next
+// line while it begins with a plain character that is no control character;
+// a run that ends just after a line end says so, for the main loop's count of
+// the line ends in a row (a second one ends the paragraph).
+class PlainRun {
+public:
+    PlainRun()
+        : plain_(plainBytes()),
+          crossesLines_(!wordTrapsArmed() && !lineTrapsPending()),
+          last_(s.inC),
+          beforeLast_(s.lastInC),
+          x_(tv.TVCursor.x),
+          width_(s.charWidth) {}
 
-    // The pushback first: its characters one by one, as nextChar takes them.
-    char run[256];
-    size_t n = 0;
-    while (!s.echoes.empty()) {
-        auto c = static_cast<unsigned char>(s.echoes.back());
-        if (!isPlain(c)) break;
-        s.echoes.pop_back();
-        s.wasFromEchoes = true;
-        beforeLast = last;
-        last = c;
-        x = static_cast<float>(x + width);
-        run[n++] = static_cast<char>(c);
-        if (n == sizeof run) {
-            if (!VifPlainOut(run, n, driver.bodyStream)) fatalStdio();
-            n = 0;
-        }
+    ~PlainRun() {
+        s.inC = last_;
+        s.lastInC = beforeLast_;
+        s.lastOutC = static_cast<char>(last_);
+        tv.TVCursor.x = x_;
     }
-    if (!VifPlainOut(run, n, driver.bodyStream)) fatalStdio();
 
-    // Then the input, once the pushback is all read.
-    if (s.echoes.empty() && in.file) {
+    bool isPlain(unsigned char c) const { return plain_[c]; }
+
+    // Whether a plain character read next may go on the run: at the start of
+    // a line, a control character is the main loop's.
+    bool goesOn(unsigned char c) const {
+        return last_ != kNewline || (c != static_cast<unsigned char>(tv.TVControlChar) &&
+                                     c != static_cast<unsigned char>(tv.TVNoBreakControlChar));
+    }
+
+    bool endsAtLineEnd() const { return last_ == kNewline; }
+
+    // Whether a line end read next is written here: a second one in a row
+    // is the main loop's.
+    bool takesLineEnd() const { return crossesLines_ && last_ != kNewline; }
+
+    void advance(unsigned char c) {
+        beforeLast_ = last_;
+        last_ = c;
+        x_ = static_cast<float>(x_ + width_);
+    }
+
+    // The line end, written as the main loop writes it; the cursor's line
+    // starts again, its height taken from the size at once (the size is the
+    // one the run began with, so the width stays).
+    void lineEnd() {
+        beforeLast_ = last_;
+        last_ = kNewline;
+        if (tv.TVIsFilling) {
+            writeChar(' ');
+            writeChar(kNewline);
+        } else {
+            writeChar(kHardReturn);
+        }
+        x_ = 0;
+        float height = tv.TVSize / 72.0f;
+        tv.TVCursor.y = height > 0 ? height : 0;
+        s.cursorSize = tv.TVSize;
+    }
+
+    // Takes characters from the back of the pushback while they are plain.
+    void fromPushback() {
+        std::string& echoes = s.echoes;
+        char run[256];
+        size_t n = 0;
+        while (!echoes.empty()) {
+            auto c = static_cast<unsigned char>(echoes.back());
+            if (!isPlain(c) || !goesOn(c)) {
+                if (c != kNewline || !takesLineEnd()) break;
+                flush(run, n);
+                echoes.pop_back();
+                s.wasFromEchoes = true;
+                lineEnd();
+                continue;
+            }
+            echoes.pop_back();
+            s.wasFromEchoes = true;
+            advance(c);
+            run[n++] = static_cast<char>(c);
+            if (n == sizeof run) flush(run, n);
+        }
+        flush(run, n);
+    }
+
+    // Then from the input, once the pushback is all read.
+    void fromInput() {
+        InputStream& in = driver.stdIn;
         bool isFromInput = false;
         for (;;) {
 #ifdef __GLIBC__
@@ -257,28 +318,45 @@ void writePlainRun() {
             const char* begin = f->_IO_read_ptr;
             const char* p = begin;
             const char* end = f->_IO_read_end;
-            while (p != end && isPlain(static_cast<unsigned char>(*p))) {
-                x = static_cast<float>(x + width);
-                p++;
-            }
-            if (p != begin) {
-                if (!VifPlainOut(begin, static_cast<size_t>(p - begin), driver.bodyStream)) fatalStdio();
-                f->_IO_read_ptr = const_cast<char*>(p);
-                auto count = static_cast<int32_t>(p - begin);
-                in.column += count;
-                beforeLast = count >= 2 ? static_cast<unsigned char>(p[-2]) : last;
-                last = static_cast<unsigned char>(p[-1]);
-                in.lastChar = last;  // what STREAM_GETC keeps, for the warnings
+            if (p != end && !goesOn(static_cast<unsigned char>(*p))) break;
+            for (;;) {
+                // The hottest loop of the program: its state in locals.
+                const bool* plain = plain_;
+                const double width = width_;
+                float x = x_;
+                while (p != end && plain[static_cast<unsigned char>(*p)]) {
+                    x = static_cast<float>(x + width);
+                    p++;
+                }
+                x_ = x;
+                if (p != begin) {
+                    if (!VifPlainOut(begin, static_cast<size_t>(p - begin), driver.bodyStream)) fatalStdio();
+                    auto count = static_cast<int32_t>(p - begin);
+                    in.column += count;
+                    beforeLast_ = count >= 2 ? static_cast<unsigned char>(p[-2]) : last_;
+                    last_ = static_cast<unsigned char>(p[-1]);
+                    in.lastChar = last_;  // what STREAM_GETC keeps, for the warnings
+                    s.wasFromEchoes = false;
+                    isFromInput = true;
+                }
+                if (p == end || *p != kNewline || !takesLineEnd()) break;
+                lineEnd();
+                in.line++;
+                in.column = 1;
+                in.lastChar = kNewline;
                 s.wasFromEchoes = false;
                 isFromInput = true;
+                begin = ++p;
+                if (p != end && !goesOn(static_cast<unsigned char>(*p))) break;
             }
+            f->_IO_read_ptr = const_cast<char*>(p);
             if (p != end) break;  // a character that is not plain: the main loop's
             // The buffer is used up: one character read the ordinary way
             // fills it again.
 #endif
             int raw = getc_unlocked(in.file);
             if (raw == EOF) break;  // nextChar reads the end again, and counts it
-            if (!isPlain(static_cast<unsigned char>(raw))) {
+            if (!isPlain(static_cast<unsigned char>(raw)) || !goesOn(static_cast<unsigned char>(raw))) {
                 // One character pushed back after a read is always taken.
                 std::ungetc(raw, in.file);
                 break;
@@ -289,19 +367,34 @@ void writePlainRun() {
             in.column++;
             s.wasFromEchoes = false;
             isFromInput = true;
-            beforeLast = last;
-            last = raw;
-            x = static_cast<float>(x + width);
+            advance(static_cast<unsigned char>(raw));
         }
         if (isFromInput) {
             s.pushedSinceInput = 0;
             s.isDroppingExpansion = false;
         }
     }
-    s.inC = last;
-    s.lastInC = beforeLast;
-    s.lastOutC = static_cast<char>(last);
-    tv.TVCursor.x = x;
+
+private:
+    static void flush(const char* run, size_t& n) {
+        if (!VifPlainOut(run, n, driver.bodyStream)) fatalStdio();
+        n = 0;
+    }
+
+    const bool* plain_;
+    const bool crossesLines_;
+    int last_;
+    int beforeLast_;
+    float x_;
+    const double width_;
+};
+
+// Whether the run ended just after a line end.
+bool writePlainRun() {
+    PlainRun run;
+    run.fromPushback();
+    if (s.echoes.empty() && driver.stdIn.file) run.fromInput();
+    return run.endsAtLineEnd();
 }
 
 }  // namespace
@@ -518,8 +611,8 @@ void doIt() {
         // paragraph opened goes out after its first character, a translation
         // changes characters, and a hard return read last starts a line.
         if (VifFontSettled() && !isSymbol && !tv.TVTranslation && !driver.aFrameNew.isPending &&
-            !markersPending() && s.inC != kHardReturn && s.inC != kNewline)
-            writePlainRun();
+            !markersPending() && s.inC != kHardReturn && s.inC != kNewline && writePlainRun())
+            newlines = 1;
     }
 
     if (s.isPgfOpen) {

@@ -124,6 +124,8 @@ bool fireWordTraps(bool isNewline) {
 
 bool wordTrapsArmed() { return s.armedWordTraps != 0; }
 
+bool lineTrapsPending() { return s.pendingLineTraps != 0; }
+
 void fireLineTraps() {
     if (s.pendingLineTraps == 0) return;
     for (Trap* t = s.traps; t; t = t->next) {
