@@ -173,6 +173,74 @@ void endInclude() {
     return c;
 }
 
+// A request line's arguments and a skipped comment are mostly read straight
+// from the input's buffer: while the pushback is empty, `scan` gives the end
+// of the run of bytes at the front of the buffer that the caller takes one
+// like the other, and the run is taken as nextChar would take it character
+// by character (column, last characters, expansion budget). A run never holds
+// a newline, which moves the line count, nor the byte 255, which reads as the
+// end of the input: those and the end of the buffer are left to nextChar.
+// Returns the run's bytes, still in the buffer; none without glibc's buffer
+// fields, where every character goes through nextChar.
+struct InputRun {
+    const char* begin = nullptr;
+    size_t length = 0;
+};
+
+template <class Scan>
+[[gnu::always_inline]] inline InputRun takeInputRun(Scan scan) {
+#ifdef __GLIBC__
+    InputStream& in = driver.stdIn;
+    if (!s.echoes.empty() || !in.file) return {};
+    FILE* f = in.file;
+    const char* begin = f->_IO_read_ptr;
+    const char* end = f->_IO_read_end;
+    if (begin == end) return {};  // nothing buffered (perhaps no buffer yet)
+    const char* p = scan(begin, end);
+    if (p == begin) return {};
+    f->_IO_read_ptr = const_cast<char*>(p);
+    auto count = static_cast<int32_t>(p - begin);
+    in.column += count;
+    in.lastChar = static_cast<unsigned char>(p[-1]);
+    s.lastInC = count >= 2 ? static_cast<signed char>(p[-2]) : s.inC;
+    s.inC = static_cast<signed char>(p[-1]);
+    s.pushedSinceInput = 0;
+    s.isDroppingExpansion = false;
+    s.wasFromEchoes = false;
+    return {begin, static_cast<size_t>(count)};
+#else
+    (void)scan;
+    return {};
+#endif
+}
+
+// The bytes arg appends without a second look, [0] outside quotes and [1]
+// inside: the printable ones and 127 but the double quote, and the blank only
+// inside quotes. The escape character is among them; what follows it is not.
+struct ArgByteTables {
+    bool isPlain[2][256] = {};
+    constexpr ArgByteTables() {
+        for (int c = 32; c <= 127; c++) {
+            isPlain[1][c] = c != '"';
+            isPlain[0][c] = c != '"' && c != ' ';
+        }
+    }
+};
+constexpr ArgByteTables argBytes;
+
+// Appends to `rope` the run of argument bytes at the front of the input's
+// buffer; returns the last one, or -1 when there was none.
+[[gnu::always_inline]] inline int takeArgRun(Rope* rope, bool isQuoted) {
+    const bool* plain = argBytes.isPlain[isQuoted ? 1 : 0];
+    InputRun run = takeInputRun([plain](const char* p, const char* end) {
+        while (p != end && plain[static_cast<unsigned char>(*p)]) p++;
+        return p;
+    });
+    if (run.length == 0) return -1;
+    RopeCatChars(rope, run.begin, run.length);
+    return static_cast<unsigned char>(run.begin[run.length - 1]);
+}
+
 // Which bytes a run of plain text may hold: those VifPlainOut takes
 // (printable, and not one the writer quotes), but neither the escape nor the
 // hyphenation character nor the full mode's in-line equation delimiter; the
@@ -660,15 +728,17 @@ void TVReturnReset() {
 }
 
 void TVArgsEmpty() {
+    // An empty rope already holds its terminator: only those in use are touched.
     for (auto& rope : tv.TVArgs) {
-        if (rope) RopeEmpty(rope.get());
+        Rope* r = rope.get();
+        if (r && r->length != 0) RopeEmpty(r);
     }
 }
 
 bool arg(Rope* rope) {
     int c;
     for (;;) {
-        c = TVGetc();
+        c = nextChar();
         if (c == kNewline || c == -1) return false;
         if (c >= 33 && c <= 126) break;
     }
@@ -677,7 +747,9 @@ bool arg(Rope* rope) {
     bool isEscapeOn = tv.TVEscapeChar != 0;
     int previous = c;
     for (;;) {
-        c = TVGetc();
+        int last = takeArgRun(rope, isQuoted);
+        if (last != -1) previous = last;
+        c = nextChar();
         if (c == kNewline) {
             if (isEscapeOn && previous == tv.TVEscapeChar) {
                 // An escaped newline joins the next line to the argument.
@@ -708,8 +780,21 @@ bool arg(Rope* rope) {
 Rope* TVSkipPast(char delimiter) {
     Rope* scratch = tv.TVArgs[10].get();
     RopeEmpty(scratch);
+    // What lies before the delimiter in the input's buffer is taken in one go
+    // (up to a newline or a byte 255, which nextChar takes).
+    auto scan = [delimiter](const char* p, const char* end) {
+        auto n = static_cast<size_t>(end - p);
+        if (const void* at = std::memchr(p, delimiter, n)) n = static_cast<size_t>(static_cast<const char*>(at) - p);
+        if (delimiter != kNewline) {
+            if (const void* at = std::memchr(p, kNewline, n)) n = static_cast<size_t>(static_cast<const char*>(at) - p);
+        }
+        if (const void* at = std::memchr(p, 0xff, n)) n = static_cast<size_t>(static_cast<const char*>(at) - p);
+        return p + n;
+    };
     for (;;) {
-        int c = TVGetc();
+        InputRun run = takeInputRun(scan);
+        if (run.length != 0) RopeCatChars(scratch, run.begin, run.length);
+        int c = nextChar();
         if (c == -1 || c == delimiter) break;
         RopeAppend(scratch, static_cast<char>(c));
     }

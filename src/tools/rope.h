@@ -4,6 +4,7 @@
 // ceiling, or beyond what memory allows, are dropped without a message.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -40,6 +41,9 @@ inline void RopeAppend(Rope* rope, char c) {
 }
 
 void RopeCatString(Rope* rope, const char* s);
+// Appends n characters (which must not lie in the rope's own buffer) as n
+// calls of RopeAppend would, growth and ceiling included.
+void RopeCatChars(Rope* rope, const char* s, size_t n);
 void RopeCat(Rope* to, const Rope* from);
 void RopeCopyString(Rope* rope, const char* s);
 void RopeCopy(Rope* to, const Rope* from);
