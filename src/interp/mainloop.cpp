@@ -174,14 +174,57 @@ void endInclude() {
 }
 
 // A request line's arguments and a skipped comment are mostly read straight
-// from the input's buffer: while the pushback is empty, `scan` gives the end
-// of the run of bytes at the front of the buffer that the caller takes one
-// like the other, and the run is taken as nextChar would take it character
-// by character (column, last characters, expansion budget). A run never holds
-// a newline, which moves the line count, nor the byte 255, which reads as the
-// end of the input: those and the end of the buffer are left to nextChar.
-// Returns the run's bytes, still in the buffer; none without glibc's buffer
-// fields, where every character goes through nextChar.
+// from the input's buffer while the pushback is empty. Bytes scanned there
+// are then taken as nextChar would take them one by one: the column, the
+// last characters read, the expansion budget. Such a scan never passes a
+// newline, which moves the line count (it may end with one), nor the byte
+// 255, which reads as the end of the input: those, and the end of the
+// buffer, are left to nextChar. Without glibc's buffer fields every
+// character goes through nextChar.
+
+// The unread bytes of the input's buffer; empty while the pushback is not.
+struct Buffered {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+};
+
+[[gnu::always_inline]] inline Buffered buffered() {
+#ifdef __GLIBC__
+    const InputStream& in = driver.stdIn;
+    if (!s.echoes.empty() || !in.file) return {};
+    return {in.file->_IO_read_ptr, in.file->_IO_read_end};
+#else
+    return {};
+#endif
+}
+
+// Takes the buffered bytes [begin, p), which hold no newline but perhaps the
+// last one.
+[[gnu::always_inline]] inline void takeBuffered(const char* begin, const char* p) {
+#ifdef __GLIBC__
+    InputStream& in = driver.stdIn;
+    in.file->_IO_read_ptr = const_cast<char*>(p);
+    auto count = static_cast<int32_t>(p - begin);
+    if (p[-1] == '\n') {
+        in.line++;
+        in.column = 1;
+    } else {
+        in.column += count;
+    }
+    in.lastChar = static_cast<unsigned char>(p[-1]);
+    s.lastInC = count >= 2 ? static_cast<signed char>(p[-2]) : s.inC;
+    s.inC = static_cast<signed char>(p[-1]);
+    s.pushedSinceInput = 0;
+    s.isDroppingExpansion = false;
+    s.wasFromEchoes = false;
+#else
+    (void)begin;
+    (void)p;
+#endif
+}
+
+// Takes the run at the front of the buffer whose end `scan` gives (it holds
+// no newline); returns its bytes, still in the buffer.
 struct InputRun {
     const char* begin = nullptr;
     size_t length = 0;
@@ -189,40 +232,31 @@ struct InputRun {
 
 template <class Scan>
 [[gnu::always_inline]] inline InputRun takeInputRun(Scan scan) {
-#ifdef __GLIBC__
-    InputStream& in = driver.stdIn;
-    if (!s.echoes.empty() || !in.file) return {};
-    FILE* f = in.file;
-    const char* begin = f->_IO_read_ptr;
-    const char* end = f->_IO_read_end;
-    if (begin == end) return {};  // nothing buffered (perhaps no buffer yet)
-    const char* p = scan(begin, end);
-    if (p == begin) return {};
-    f->_IO_read_ptr = const_cast<char*>(p);
-    auto count = static_cast<int32_t>(p - begin);
-    in.column += count;
-    in.lastChar = static_cast<unsigned char>(p[-1]);
-    s.lastInC = count >= 2 ? static_cast<signed char>(p[-2]) : s.inC;
-    s.inC = static_cast<signed char>(p[-1]);
-    s.pushedSinceInput = 0;
-    s.isDroppingExpansion = false;
-    s.wasFromEchoes = false;
-    return {begin, static_cast<size_t>(count)};
-#else
-    (void)scan;
-    return {};
-#endif
+    Buffered b = buffered();
+    if (b.begin == b.end) return {};  // nothing buffered (perhaps no buffer yet)
+    const char* p = scan(b.begin, b.end);
+    if (p == b.begin) return {};
+    takeBuffered(b.begin, p);
+    return {b.begin, static_cast<size_t>(p - b.begin)};
 }
 
-// The bytes arg appends without a second look, [0] outside quotes and [1]
-// inside: the printable ones and 127 but the double quote, and the blank only
-// inside quotes. The escape character is among them; what follows it is not.
+// The bytes of a request line as arg sees them. isPlain[0] (outside quotes)
+// and isPlain[1] (inside): appended without a second look, the printable
+// ones and 127 but the double quote, the blank only inside quotes; the
+// escape character is among them, what follows it is not. isBlank: passed
+// over before an argument, all but the printable ones, the newline and 255.
+// isEnd: ends an argument and is taken with it, the bytes below the blank
+// and above 127 but the newline and 255.
 struct ArgByteTables {
     bool isPlain[2][256] = {};
+    bool isBlank[256] = {};
+    bool isEnd[256] = {};
     constexpr ArgByteTables() {
-        for (int c = 32; c <= 127; c++) {
-            isPlain[1][c] = c != '"';
-            isPlain[0][c] = c != '"' && c != ' ';
+        for (int c = 0; c < 256; c++) {
+            isPlain[1][c] = c >= 32 && c <= 127 && c != '"';
+            isPlain[0][c] = isPlain[1][c] && c != ' ';
+            isBlank[c] = !(c >= 33 && c <= 126) && c != '\n' && c != 0xff;
+            isEnd[c] = (c < 32 || c > 127) && c != '\n' && c != 0xff;
         }
     }
 };
@@ -239,6 +273,52 @@ constexpr ArgByteTables argBytes;
     if (run.length == 0) return -1;
     RopeCatChars(rope, run.begin, run.length);
     return static_cast<unsigned char>(run.begin[run.length - 1]);
+}
+
+// How far argFromBuffer read an argument.
+enum class ArgRead {
+    NotBuffered,  // nothing read: the argument is read the ordinary way
+    LineEnded,    // no argument: the line's newline is read
+    Ended,        // an argument and the byte that ends it are read
+    Begun,        // the argument is begun, up to a byte that needs a closer look
+};
+
+// The whole argument in one scan of the buffer, when it lies there and holds
+// nothing but plain bytes: the common case of a request line.
+[[gnu::always_inline]] inline ArgRead argFromBuffer(Rope* rope, bool& isQuoted, int& previous) {
+    Buffered b = buffered();
+    const char* p = b.begin;
+    while (p != b.end && argBytes.isBlank[static_cast<unsigned char>(*p)]) p++;
+    if (p == b.end || *p == static_cast<char>(0xff)) {
+        // The ordinary way reads what follows (it skips the blanks again).
+        if (p != b.begin) takeBuffered(b.begin, p);
+        return ArgRead::NotBuffered;
+    }
+    if (*p == '\n') {
+        takeBuffered(b.begin, p + 1);
+        return ArgRead::LineEnded;
+    }
+    const char* first = p;
+    isQuoted = *p == '"';
+    const bool* plain = argBytes.isPlain[isQuoted ? 1 : 0];
+    p++;
+    while (p != b.end && plain[static_cast<unsigned char>(*p)]) p++;
+    RopeCatChars(rope, first, static_cast<size_t>(p - first));
+    previous = static_cast<unsigned char>(p[-1]);
+    if (p != b.end) {
+        const auto c = static_cast<unsigned char>(*p);
+        if (argBytes.isEnd[c] || (c == ' ' && !isQuoted)) {
+            takeBuffered(b.begin, p + 1);
+            return ArgRead::Ended;
+        }
+        const bool isEscaped = tv.TVEscapeChar != 0 && previous == tv.TVEscapeChar;
+        if (c == '\n' && !isEscaped) {
+            takeBuffered(b.begin, p + 1);
+            return ArgRead::LineEnded;
+        }
+    }
+    takeBuffered(b.begin, p);
+    return ArgRead::Begun;
 }
 
 // Which bytes a run of plain text may hold: those VifPlainOut takes
@@ -735,21 +815,16 @@ void TVArgsEmpty() {
     }
 }
 
-bool arg(Rope* rope) {
-    int c;
-    for (;;) {
-        c = nextChar();
-        if (c == kNewline || c == -1) return false;
-        if (c >= 33 && c <= 126) break;
-    }
-    RopeAppend(rope, static_cast<char>(c));
-    bool isQuoted = (c == '"');
+namespace {
+
+// The rest of an argument begun in `rope`: isQuoted when it began with a
+// double quote; previous, the last byte read.
+bool argRest(Rope* rope, bool isQuoted, int previous) {
     bool isEscapeOn = tv.TVEscapeChar != 0;
-    int previous = c;
     for (;;) {
         int last = takeArgRun(rope, isQuoted);
         if (last != -1) previous = last;
-        c = nextChar();
+        int c = nextChar();
         if (c == kNewline) {
             if (isEscapeOn && previous == tv.TVEscapeChar) {
                 // An escaped newline joins the next line to the argument.
@@ -775,6 +850,27 @@ bool arg(Rope* rope) {
         RopeAppend(rope, static_cast<char>(c));
         previous = c;
     }
+}
+
+}  // namespace
+
+bool arg(Rope* rope) {
+    bool isQuoted = false;
+    int previous = 0;
+    switch (argFromBuffer(rope, isQuoted, previous)) {
+        case ArgRead::LineEnded: return false;
+        case ArgRead::Ended: return true;
+        case ArgRead::Begun: return argRest(rope, isQuoted, previous);
+        case ArgRead::NotBuffered: break;
+    }
+    int c;
+    for (;;) {
+        c = nextChar();
+        if (c == kNewline || c == -1) return false;
+        if (c >= 33 && c <= 126) break;
+    }
+    RopeAppend(rope, static_cast<char>(c));
+    return argRest(rope, c == '"', c);
 }
 
 Rope* TVSkipPast(char delimiter) {

@@ -99,7 +99,7 @@ void RopeCatString(Rope* rope, const char* s) {
     appendChars(rope, s, std::strlen(s));
 }
 
-void RopeCatChars(Rope* rope, const char* s, size_t n) {
+void RopeGrowCatChars(Rope* rope, const char* s, size_t n) {
     if (!rope->text) return;  // as RopeAppend: every character is dropped
     appendChars(rope, s, n);
 }
