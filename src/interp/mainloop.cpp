@@ -275,6 +275,31 @@ constexpr ArgByteTables argBytes;
     return static_cast<unsigned char>(run.begin[run.length - 1]);
 }
 
+// Takes the pushed-back characters before the first `delimiter` or byte 255
+// (which reads as the end of the input) into `rope`, as nextChar would take
+// them one by one; the delimiter or 255 is left to nextChar.
+void takeEchoesBefore(char delimiter, Rope* rope) {
+    std::string& e = s.echoes;  // reversed: the next character is at the back
+    size_t from = 0;
+#ifdef __GLIBC__
+    for (char stop : {delimiter, static_cast<char>(0xff)}) {
+        if (const void* at = memrchr(e.data() + from, stop, e.size() - from))
+            from = static_cast<size_t>(static_cast<const char*>(at) - e.data()) + 1;
+    }
+#else
+    from = e.size();
+    while (from != 0 && e[from - 1] != delimiter && e[from - 1] != static_cast<char>(0xff)) from--;
+#endif
+    size_t count = e.size() - from;
+    if (count == 0) return;
+    s.lastInC = count >= 2 ? static_cast<signed char>(e[from + 1]) : s.inC;
+    s.inC = static_cast<signed char>(e[from]);
+    s.wasFromEchoes = true;
+    std::reverse(e.begin() + static_cast<std::ptrdiff_t>(from), e.end());
+    RopeCatChars(rope, e.data() + from, count);
+    e.resize(from);
+}
+
 // How far argFromBuffer read an argument.
 enum class ArgRead {
     NotBuffered,  // nothing read: the argument is read the ordinary way
@@ -888,6 +913,7 @@ Rope* TVSkipPast(char delimiter) {
         return p + n;
     };
     for (;;) {
+        takeEchoesBefore(delimiter, scratch);
         InputRun run = takeInputRun(scan);
         if (run.length != 0) RopeCatChars(scratch, run.begin, run.length);
         int c = nextChar();
