@@ -280,6 +280,7 @@ constexpr ArgByteTables argBytes;
 // them one by one; the delimiter or 255 is left to nextChar.
 void takeEchoesBefore(char delimiter, Rope* rope) {
     std::string& e = s.echoes;  // reversed: the next character is at the back
+    if (e.empty()) return;
     size_t from = 0;
 #ifdef __GLIBC__
     for (char stop : {delimiter, static_cast<char>(0xff)}) {
@@ -297,7 +298,7 @@ void takeEchoesBefore(char delimiter, Rope* rope) {
     s.wasFromEchoes = true;
     std::reverse(e.begin() + static_cast<std::ptrdiff_t>(from), e.end());
     RopeCatChars(rope, e.data() + from, count);
-    e.resize(from);
+    e.erase(from);
 }
 
 // How far argFromBuffer read an argument.
