@@ -834,10 +834,15 @@ void TVReturnReset() {
 }
 
 void TVArgsEmpty() {
-    // An empty rope already holds its terminator: only those in use are touched.
+    // An empty rope already holds its terminator, and a rope that holds
+    // characters has a buffer: only those in use are touched.
+#pragma GCC unroll 11
     for (auto& rope : tv.TVArgs) {
         Rope* r = rope.get();
-        if (r && r->length != 0) RopeEmpty(r);
+        if (r && r->length != 0) {
+            r->length = 0;
+            r->text[0] = '\0';
+        }
     }
 }
 
