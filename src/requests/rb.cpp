@@ -99,6 +99,7 @@ float toFloat(double d) {
 }
 
 bool argsSet(const char* units, bool isSemiNumerical) {
+#pragma GCC unroll 9
     for (int k = 1; k <= 9; k++) {
         char unit = *units;
         if (unit != '\0') units++;
