@@ -3,6 +3,7 @@
 // size. Also the special-character table and the font positions.
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <limits>
 #include <utility>
@@ -320,10 +321,14 @@ void TVEscape(char lastOut) {
             // Only what precedes the first apostrophe comes along; a byte 3
             // copied from the input is doubled so that it stays a plain 3.
             const Rope* skipped = TVSkipPast('\'');
-            for (uint32_t i = 0; i < skipped->length; i++) {
-                char c = skipped->text[i];
-                if (c == kLiteralNext) push(kLiteralNext);
-                push(c);
+            const char* p = RopeText(skipped);
+            const char* end = p + skipped->length;
+            while (p != end) {
+                const auto* literal = static_cast<const char*>(std::memchr(p, kLiteralNext, static_cast<size_t>(end - p)));
+                const char* upTo = literal ? literal + 1 : end;
+                RopeCatChars(tv.TVReturn.text.get(), p, static_cast<size_t>(upTo - p));
+                if (literal) push(kLiteralNext);
+                p = upTo;
             }
             return;
         }

@@ -168,15 +168,31 @@ void pushLiteralEscape();
 
 // ---- Traps, markers, string registers (registers.cpp) --------------------------
 void trapNew();
+// What the text path asks of the traps and markers at its characters, kept
+// by registers.cpp as they change, so that each answer is one load.
+struct TrapCounts {
+    uint32_t armedWordTraps = 0;    // records with an armed word trap
+    uint32_t pendingLineTraps = 0;  // records with a line count running
+    bool isMarkerHeadPending = false;  // the head of the marker list is in use
+};
+extern TrapCounts trapCounts;
+bool fireArmedWordTraps(bool isNewline);
+void firePendingLineTraps();
 // Fires the armed word traps at a blank, tab or newline of text; returns true
 // when the character must not be written (a trap swallows it).
-bool fireWordTraps(bool isNewline);
+inline bool fireWordTraps(bool isNewline) {
+    return trapCounts.armedWordTraps != 0 && fireArmedWordTraps(isNewline);
+}
 // Counts down the line traps at a newline of text, firing those that run out.
-void fireLineTraps();
-bool wordTrapsArmed();  // whether a blank of text may fire a word trap
-bool lineTrapsPending();  // whether a line end of text may fire a line trap
+inline void fireLineTraps() {
+    if (trapCounts.pendingLineTraps != 0) firePendingLineTraps();
+}
+// Whether a blank of text may fire a word trap.
+inline bool wordTrapsArmed() { return trapCounts.armedWordTraps != 0; }
+// Whether a line end of text may fire a line trap.
+inline bool lineTrapsPending() { return trapCounts.pendingLineTraps != 0; }
 void TVMarkerOut(const Marker& marker);
-bool markersPending();  // the head of the marker list is in use
+inline bool markersPending() { return trapCounts.isMarkerHeadPending; }
 void markersNew();
 void TVDefineString(const char* name, const char* definition);
 std::string ParseDefineString(const char* definition);

@@ -173,6 +173,180 @@ void endInclude() {
     return c;
 }
 
+// A request line's arguments and a skipped comment are mostly read straight
+// from the input's buffer while the pushback is empty. Bytes scanned there
+// are then taken as nextChar would take them one by one: the column, the
+// last characters read, the expansion budget. Such a scan never passes a
+// newline, which moves the line count (it may end with one), nor the byte
+// 255, which reads as the end of the input: those, and the end of the
+// buffer, are left to nextChar. Without glibc's buffer fields every
+// character goes through nextChar.
+
+// The unread bytes of the input's buffer; empty while the pushback is not.
+struct Buffered {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+};
+
+[[gnu::always_inline]] inline Buffered buffered() {
+#ifdef __GLIBC__
+    const InputStream& in = driver.stdIn;
+    if (!s.echoes.empty() || !in.file) return {};
+    return {in.file->_IO_read_ptr, in.file->_IO_read_end};
+#else
+    return {};
+#endif
+}
+
+// Takes the buffered bytes [begin, p), which hold no newline but perhaps the
+// last one.
+[[gnu::always_inline]] inline void takeBuffered(const char* begin, const char* p) {
+#ifdef __GLIBC__
+    InputStream& in = driver.stdIn;
+    in.file->_IO_read_ptr = const_cast<char*>(p);
+    auto count = static_cast<int32_t>(p - begin);
+    if (p[-1] == '\n') {
+        in.line++;
+        in.column = 1;
+    } else {
+        in.column += count;
+    }
+    in.lastChar = static_cast<unsigned char>(p[-1]);
+    s.lastInC = count >= 2 ? static_cast<signed char>(p[-2]) : s.inC;
+    s.inC = static_cast<signed char>(p[-1]);
+    s.pushedSinceInput = 0;
+    s.isDroppingExpansion = false;
+    s.wasFromEchoes = false;
+#else
+    (void)begin;
+    (void)p;
+#endif
+}
+
+// Takes the run at the front of the buffer whose end `scan` gives (it holds
+// no newline); returns its bytes, still in the buffer.
+struct InputRun {
+    const char* begin = nullptr;
+    size_t length = 0;
+};
+
+template <class Scan>
+[[gnu::always_inline]] inline InputRun takeInputRun(Scan scan) {
+    Buffered b = buffered();
+    if (b.begin == b.end) return {};  // nothing buffered (perhaps no buffer yet)
+    const char* p = scan(b.begin, b.end);
+    if (p == b.begin) return {};
+    takeBuffered(b.begin, p);
+    return {b.begin, static_cast<size_t>(p - b.begin)};
+}
+
+// The bytes of a request line as arg sees them. isPlain[0] (outside quotes)
+// and isPlain[1] (inside): appended without a second look, the printable
+// ones and 127 but the double quote, the blank only inside quotes; the
+// escape character is among them, what follows it is not. isBlank: passed
+// over before an argument, all but the printable ones, the newline and 255.
+// isEnd: ends an argument and is taken with it, the bytes below the blank
+// and above 127 but the newline and 255.
+struct ArgByteTables {
+    bool isPlain[2][256] = {};
+    bool isBlank[256] = {};
+    bool isEnd[256] = {};
+    constexpr ArgByteTables() {
+        for (int c = 0; c < 256; c++) {
+            isPlain[1][c] = c >= 32 && c <= 127 && c != '"';
+            isPlain[0][c] = isPlain[1][c] && c != ' ';
+            isBlank[c] = !(c >= 33 && c <= 126) && c != '\n' && c != 0xff;
+            isEnd[c] = (c < 32 || c > 127) && c != '\n' && c != 0xff;
+        }
+    }
+};
+constexpr ArgByteTables argBytes;
+
+// Appends to `rope` the run of argument bytes at the front of the input's
+// buffer; returns the last one, or -1 when there was none.
+[[gnu::always_inline]] inline int takeArgRun(Rope* rope, bool isQuoted) {
+    const bool* plain = argBytes.isPlain[isQuoted ? 1 : 0];
+    InputRun run = takeInputRun([plain](const char* p, const char* end) {
+        while (p != end && plain[static_cast<unsigned char>(*p)]) p++;
+        return p;
+    });
+    if (run.length == 0) return -1;
+    RopeCatChars(rope, run.begin, run.length);
+    return static_cast<unsigned char>(run.begin[run.length - 1]);
+}
+
+// Takes the pushed-back characters before the first `delimiter` or byte 255
+// (which reads as the end of the input) into `rope`, as nextChar would take
+// them one by one; the delimiter or 255 is left to nextChar.
+void takeEchoesBefore(char delimiter, Rope* rope) {
+    std::string& e = s.echoes;  // reversed: the next character is at the back
+    if (e.empty()) return;
+    size_t from = 0;
+#ifdef __GLIBC__
+    for (char stop : {delimiter, static_cast<char>(0xff)}) {
+        if (const void* at = memrchr(e.data() + from, stop, e.size() - from))
+            from = static_cast<size_t>(static_cast<const char*>(at) - e.data()) + 1;
+    }
+#else
+    from = e.size();
+    while (from != 0 && e[from - 1] != delimiter && e[from - 1] != static_cast<char>(0xff)) from--;
+#endif
+    size_t count = e.size() - from;
+    if (count == 0) return;
+    s.lastInC = count >= 2 ? static_cast<signed char>(e[from + 1]) : s.inC;
+    s.inC = static_cast<signed char>(e[from]);
+    s.wasFromEchoes = true;
+    std::reverse(e.begin() + static_cast<std::ptrdiff_t>(from), e.end());
+    RopeCatChars(rope, e.data() + from, count);
+    e.erase(from);
+}
+
+// How far argFromBuffer read an argument.
+enum class ArgRead {
+    NotBuffered,  // nothing read: the argument is read the ordinary way
+    LineEnded,    // no argument: the line's newline is read
+    Ended,        // an argument and the byte that ends it are read
+    Begun,        // the argument is begun, up to a byte that needs a closer look
+};
+
+// The whole argument in one scan of the buffer, when it lies there and holds
+// nothing but plain bytes: the common case of a request line.
+[[gnu::always_inline]] inline ArgRead argFromBuffer(Rope* rope, bool& isQuoted, int& previous) {
+    Buffered b = buffered();
+    const char* p = b.begin;
+    while (p != b.end && argBytes.isBlank[static_cast<unsigned char>(*p)]) p++;
+    if (p == b.end || *p == static_cast<char>(0xff)) {
+        // The ordinary way reads what follows (it skips the blanks again).
+        if (p != b.begin) takeBuffered(b.begin, p);
+        return ArgRead::NotBuffered;
+    }
+    if (*p == '\n') {
+        takeBuffered(b.begin, p + 1);
+        return ArgRead::LineEnded;
+    }
+    const char* first = p;
+    isQuoted = *p == '"';
+    const bool* plain = argBytes.isPlain[isQuoted ? 1 : 0];
+    p++;
+    while (p != b.end && plain[static_cast<unsigned char>(*p)]) p++;
+    RopeCatChars(rope, first, static_cast<size_t>(p - first));
+    previous = static_cast<unsigned char>(p[-1]);
+    if (p != b.end) {
+        const auto c = static_cast<unsigned char>(*p);
+        if (argBytes.isEnd[c] || (c == ' ' && !isQuoted)) {
+            takeBuffered(b.begin, p + 1);
+            return ArgRead::Ended;
+        }
+        const bool isEscaped = tv.TVEscapeChar != 0 && previous == tv.TVEscapeChar;
+        if (c == '\n' && !isEscaped) {
+            takeBuffered(b.begin, p + 1);
+            return ArgRead::LineEnded;
+        }
+    }
+    takeBuffered(b.begin, p);
+    return ArgRead::Begun;
+}
+
 // Which bytes a run of plain text may hold: those VifPlainOut takes
 // (printable, and not one the writer quotes), but neither the escape nor the
 // hyphenation character nor the full mode's in-line equation delimiter; the
@@ -753,24 +927,28 @@ void TVReturnReset() {
 }
 
 void TVArgsEmpty() {
+    // An empty rope already holds its terminator, and a rope that holds
+    // characters has a buffer: only those in use are touched.
+#pragma GCC unroll 11
     for (auto& rope : tv.TVArgs) {
-        if (rope) RopeEmpty(rope.get());
+        Rope* r = rope.get();
+        if (r && r->length != 0) {
+            r->length = 0;
+            r->text[0] = '\0';
+        }
     }
 }
 
-bool arg(Rope* rope) {
-    int c;
-    for (;;) {
-        c = TVGetc();
-        if (c == kNewline || c == -1) return false;
-        if (c >= 33 && c <= 126) break;
-    }
-    RopeAppend(rope, static_cast<char>(c));
-    bool isQuoted = (c == '"');
+namespace {
+
+// The rest of an argument begun in `rope`: isQuoted when it began with a
+// double quote; previous, the last byte read.
+bool argRest(Rope* rope, bool isQuoted, int previous) {
     bool isEscapeOn = tv.TVEscapeChar != 0;
-    int previous = c;
     for (;;) {
-        c = TVGetc();
+        int last = takeArgRun(rope, isQuoted);
+        if (last != -1) previous = last;
+        int c = nextChar();
         if (c == kNewline) {
             if (isEscapeOn && previous == tv.TVEscapeChar) {
                 // An escaped newline joins the next line to the argument.
@@ -798,11 +976,46 @@ bool arg(Rope* rope) {
     }
 }
 
+}  // namespace
+
+bool arg(Rope* rope) {
+    bool isQuoted = false;
+    int previous = 0;
+    switch (argFromBuffer(rope, isQuoted, previous)) {
+        case ArgRead::LineEnded: return false;
+        case ArgRead::Ended: return true;
+        case ArgRead::Begun: return argRest(rope, isQuoted, previous);
+        case ArgRead::NotBuffered: break;
+    }
+    int c;
+    for (;;) {
+        c = nextChar();
+        if (c == kNewline || c == -1) return false;
+        if (c >= 33 && c <= 126) break;
+    }
+    RopeAppend(rope, static_cast<char>(c));
+    return argRest(rope, c == '"', c);
+}
+
 Rope* TVSkipPast(char delimiter) {
     Rope* scratch = tv.TVArgs[10].get();
     RopeEmpty(scratch);
+    // What lies before the delimiter in the input's buffer is taken in one go
+    // (up to a newline or a byte 255, which nextChar takes).
+    auto scan = [delimiter](const char* p, const char* end) {
+        auto n = static_cast<size_t>(end - p);
+        if (const void* at = std::memchr(p, delimiter, n)) n = static_cast<size_t>(static_cast<const char*>(at) - p);
+        if (delimiter != kNewline) {
+            if (const void* at = std::memchr(p, kNewline, n)) n = static_cast<size_t>(static_cast<const char*>(at) - p);
+        }
+        if (const void* at = std::memchr(p, 0xff, n)) n = static_cast<size_t>(static_cast<const char*>(at) - p);
+        return p + n;
+    };
     for (;;) {
-        int c = TVGetc();
+        takeEchoesBefore(delimiter, scratch);
+        InputRun run = takeInputRun(scan);
+        if (run.length != 0) RopeCatChars(scratch, run.begin, run.length);
+        int c = nextChar();
         if (c == -1 || c == delimiter) break;
         RopeAppend(scratch, static_cast<char>(c));
     }

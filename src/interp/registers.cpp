@@ -42,10 +42,6 @@ struct RegistersState {
     // before the run ends (spent ones are reused).
     std::vector<std::unique_ptr<Trap>> trapStore;
     Trap* traps = nullptr;
-    // How many records have an armed word trap or a pending line count, so
-    // that a text character with no trap in force costs one test.
-    uint32_t armedWordTraps = 0;
-    uint32_t pendingLineTraps = 0;
 
     std::vector<std::unique_ptr<PendingMarker>> markerStore;
     PendingMarker* markers = nullptr;
@@ -66,16 +62,22 @@ struct RegistersState {
 };
 RegistersState s;
 
+// How many records have an armed word trap or a pending line count, so
+// that a text character with no trap in force costs one test.
 void countTraps() {
-    s.armedWordTraps = 0;
-    s.pendingLineTraps = 0;
+    trapCounts.armedWordTraps = 0;
+    trapCounts.pendingLineTraps = 0;
     for (const Trap* t = s.traps; t; t = t->next) {
-        if (t->isWordArmed && t->wordTrap) s.armedWordTraps++;
-        if (t->lineCount != 0) s.pendingLineTraps++;
+        if (t->isWordArmed && t->wordTrap) trapCounts.armedWordTraps++;
+        if (t->lineCount != 0) trapCounts.pendingLineTraps++;
     }
 }
 
+void noteMarkerHead() { trapCounts.isMarkerHeadPending = s.markers && s.markers->marker.mask != 0; }
+
 }  // namespace
+
+TrapCounts trapCounts;
 
 void trapNew() {
     const TVReturnRecord& r = tv.TVReturn;
@@ -102,8 +104,7 @@ void trapNew() {
     countTraps();
 }
 
-bool fireWordTraps(bool isNewline) {
-    if (s.armedWordTraps == 0) return false;
+bool fireArmedWordTraps(bool isNewline) {
     bool isSwallowed = false;
     // Records a trap routine adds go to the head, behind this walk.
     for (Trap* t = s.traps; t; t = t->next) {
@@ -122,12 +123,7 @@ bool fireWordTraps(bool isNewline) {
     return isSwallowed;
 }
 
-bool wordTrapsArmed() { return s.armedWordTraps != 0; }
-
-bool lineTrapsPending() { return s.pendingLineTraps != 0; }
-
-void fireLineTraps() {
-    if (s.pendingLineTraps == 0) return;
+void firePendingLineTraps() {
     for (Trap* t = s.traps; t; t = t->next) {
         if (t->lineCount == 0) continue;
         if (t->lineCount == 1 && t->lineTrap) {
@@ -164,14 +160,14 @@ void TVMarkerOut(const Marker& marker) {
     }
     if (node->marker.mask == 0) {
         s.firstFree = node;  // an empty marker leaves its node free
+        noteMarkerHead();
         return;
     }
     s.pendingMarkers++;
     PendingMarker* next = node->next;
     s.firstFree = (next && next->marker.mask == 0) ? next : nullptr;
+    noteMarkerHead();
 }
-
-bool markersPending() { return s.markers && s.markers->marker.mask != 0; }
 
 // In list order, passing over free nodes: a free head does not hide the
 // pending nodes behind it.
@@ -184,6 +180,7 @@ void markersNew() {
         s.pendingMarkers--;
     }
     s.firstFree = s.markers;
+    noteMarkerHead();
 }
 
 std::string ParseDefineString(const char* definition) {
@@ -235,4 +232,7 @@ const char* TVStringGet(const char* name) {
     return found != s.strings.end() ? found->second.c_str() : nullptr;
 }
 
-void registersReset() { s = RegistersState{}; }
+void registersReset() {
+    s = RegistersState{};
+    trapCounts = TrapCounts{};
+}

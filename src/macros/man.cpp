@@ -160,8 +160,17 @@ void appendArgsLine(bool keepBlanks) {
     for (int k = 1; k <= 9; k++) {
         const char* a = s.argv[k]->text;
         if (a[0] == '\0') continue;
-        for (const char* p = a; *p; p++)
-            RopeAppend(text, keepBlanks && *p == ' ' ? static_cast<char>(kUnpaddableSpace) : *p);
+        // The stretches between blanks go in whole.
+        const char* end = a + std::strlen(a);
+        const char* p = a;
+        while (keepBlanks) {
+            const auto* blank = static_cast<const char*>(std::memchr(p, ' ', static_cast<size_t>(end - p)));
+            if (!blank) break;
+            RopeCatChars(text, p, static_cast<size_t>(blank - p));
+            RopeAppend(text, static_cast<char>(kUnpaddableSpace));
+            p = blank + 1;
+        }
+        RopeCatChars(text, p, static_cast<size_t>(end - p));
         RopeAppend(text, ' ');
     }
     if (text->length > 0) {

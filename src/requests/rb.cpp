@@ -3,6 +3,7 @@
 // arguments by the rule's units, and the hand-back of lines no rule takes.
 #include "requests/rb.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -98,12 +99,55 @@ float toFloat(double d) {
 }
 
 bool argsSet(const char* units, bool isSemiNumerical) {
-    size_t count = std::strlen(units);
+#pragma GCC unroll 9
     for (int k = 1; k <= 9; k++) {
-        char unit = static_cast<size_t>(k - 1) < count ? units[k - 1] : '\0';
-        if (!argSet(*argv[k], tv.TVArgs[k].get(), unit, isSemiNumerical)) return false;
+        char unit = *units;
+        if (unit != '\0') units++;
+        const Rope* rope = tv.TVArgs[k].get();
+        if (!rope || rope->length == 0) {
+            // Most arguments are absent: argSet's first case, without the call.
+            argv[k]->text = "";
+            argv[k]->isNumber = false;
+            continue;
+        }
+        if (!argSet(*argv[k], rope, unit, isSemiNumerical)) return false;
     }
     return true;
+}
+
+// The number at the front of `text`, as atof reads it. Most are a few digits
+// with perhaps a point, decoded here: a whole number of at most 15 digits is
+// exact in a double, and so is a power of ten up to 10^15, so their quotient,
+// rounded once, is the nearest double to the written value, which is what
+// atof gives. The rest (an exponent, a hexadecimal number, long numbers)
+// goes to atof.
+double numberAt(const char* text) {
+    constexpr double kPowersOfTen[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6, 1e7,
+                                       1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    constexpr int kMostDigits = 15;
+    const char* p = text;
+    bool isNegative = *p == '-';
+    if (*p == '+' || *p == '-') p++;
+    uint64_t whole = 0;
+    int digits = 0;
+    int fraction = -1;  // digits after the point; -1 before it
+    for (;; p++) {
+        if (*p >= '0' && *p <= '9') {
+            whole = whole * 10 + static_cast<uint64_t>(*p - '0');
+            digits++;
+            if (fraction >= 0) fraction++;
+        } else if (*p == '.' && fraction < 0) {
+            fraction = 0;
+        } else {
+            break;
+        }
+    }
+    const char stop = *p;
+    if (digits == 0 || digits > kMostDigits || stop == 'e' || stop == 'E' || stop == 'x' || stop == 'X')
+        return std::atof(text);
+    double number = static_cast<double>(whole);
+    if (fraction > 0) number /= kPowersOfTen[fraction];
+    return isNegative ? -number : number;
 }
 
 // Hands the control line back to the input as visible text, set off by
@@ -179,7 +223,7 @@ bool argSet(ArgValue& value, const Rope* rope, char defaultUnit, bool isSemiNume
     }
 
     value.isNumber = true;
-    value.value = toFloat(std::atof(text));
+    value.value = toFloat(numberAt(text));
     char unit = text[unitAt];
     if ((unit >= '0' && unit <= '9') || unit == '.') unit = defaultUnit;
     value.isVUnit = false;

@@ -99,6 +99,11 @@ void RopeCatString(Rope* rope, const char* s) {
     appendChars(rope, s, std::strlen(s));
 }
 
+void RopeGrowCatChars(Rope* rope, const char* s, size_t n) {
+    if (!rope->text) return;  // as RopeAppend: every character is dropped
+    appendChars(rope, s, n);
+}
+
 void RopeCat(Rope* to, const Rope* from) {
     if (!from->text || !to->text) return;
     uint32_t n = from->length;

@@ -4,6 +4,7 @@
 // ceiling, or beyond what memory allows, are dropped without a message.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -40,6 +41,22 @@ inline void RopeAppend(Rope* rope, char c) {
 }
 
 void RopeCatString(Rope* rope, const char* s);
+// The slow half of RopeCatChars: the characters do not fit.
+void RopeGrowCatChars(Rope* rope, const char* s, size_t n);
+
+// Appends n characters (which must not lie in the rope's own buffer) as n
+// calls of RopeAppend would, growth and ceiling included. Most are a word of
+// a request line, so those that fit are copied here, one by one.
+inline void RopeCatChars(Rope* rope, const char* s, size_t n) {
+    if (rope->text && n <= rope->capacity - rope->length) {
+        char* to = rope->text + rope->length;
+        for (size_t i = 0; i < n; i++) to[i] = s[i];
+        to[n] = '\0';
+        rope->length += static_cast<uint32_t>(n);
+    } else {
+        RopeGrowCatChars(rope, s, n);
+    }
+}
 void RopeCat(Rope* to, const Rope* from);
 void RopeCopyString(Rope* rope, const char* s);
 void RopeCopy(Rope* to, const Rope* from);

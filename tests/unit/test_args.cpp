@@ -2,6 +2,8 @@
 // characters, and what the dispatcher hands back for lines no rule takes.
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstdlib>
 #include <string>
 
 #include "interp/interp.h"
@@ -150,6 +152,33 @@ TEST_F(Args, LetterInsideTheDigitsIsRefused) {
     EXPECT_FALSE(decode("1.2.3x", 'm'));
     EXPECT_TRUE(decode("1.2.3i", 'm'));  // as atof reads it
     EXPECT_FLOAT_EQ(value.value, 1.2f);
+}
+
+// The decoder reads short numbers itself: every one must come out as atof
+// reads it, to the last bit, however many digits and where the point is.
+TEST_F(Args, NumbersComeOutAsAtofReadsThem) {
+    uint32_t seed = 12345;
+    auto next = [&seed](uint32_t n) {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 8) % n;
+    };
+    for (int i = 0; i < 20000; i++) {
+        std::string text;
+        if (next(4) == 0) text += next(2) ? '-' : '+';
+        uint32_t length = 1 + next(18);
+        uint32_t point = next(length + 2);  // past the end: no point
+        for (uint32_t k = 0; k < length; k++) {
+            if (k == point) text += '.';
+            text += static_cast<char>('0' + next(10));
+        }
+        text += 'i';
+        ASSERT_TRUE(decode(text.c_str(), 'm')) << text;
+        EXPECT_EQ(value.value, static_cast<float>(std::atof(text.c_str()))) << text;
+    }
+    // What atof reads further than digits and a point: a hexadecimal number
+    // (the unit then is the x, which is none, but the number read stays).
+    EXPECT_FALSE(decode("0xC", 'm'));
+    EXPECT_EQ(value.value, 12.0f);
 }
 
 TEST_F(Args, EmptyArgumentKeepsTheRestOfTheRecord) {
