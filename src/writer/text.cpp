@@ -80,8 +80,6 @@ bool sameForWriter(const Font& a, const Font& b) {
            a.FUnderline == b.FUnderline && a.FStrike == b.FStrike && a.FDY == b.FDY;
 }
 
-const char* yesNo(uint32_t v) { return v ? "Yes" : "No"; }
-
 unsigned textOpen(const Pgf& format, FILE* stream) {
     TextState& t = s.text;
     t.stringOpen = false;
@@ -192,68 +190,99 @@ unsigned VifPlainOut(const char* text, size_t n, FILE* stream) {
 
 namespace {
 
+// A statement built in place before it is written with one call: what a
+// Font statement holds past its family, numbers at most 11 characters each.
+class Statement {
+public:
+    template <size_t N>
+    void add(const char (&text)[N]) {
+        std::memcpy(text_ + n_, text, N - 1);
+        n_ += N - 1;
+    }
+    void add(const char* text, size_t n) {
+        std::memcpy(text_ + n_, text, n);
+        n_ += n;
+    }
+    void addNumber(int32_t v) {  // as %d
+        uint32_t u = v < 0 ? 0u - static_cast<uint32_t>(v) : static_cast<uint32_t>(v);
+        char digits[10];
+        char* p = digits + sizeof digits;
+        do {
+            *--p = static_cast<char>('0' + u % 10);
+            u /= 10;
+        } while (u != 0);
+        if (v < 0) text_[n_++] = '-';
+        add(p, static_cast<size_t>(digits + sizeof digits - p));
+    }
+    bool empty() const { return n_ == 0; }
+    bool writeTo(FILE* stream) const { return put(text_, n_, stream); }
+
+private:
+    char text_[160];
+    size_t n_ = 0;
+};
+
 // Writes the Font statement for what f changes; VifFontOut has already
 // looked for the common case of nothing to write. Kept out of line so that
 // the common case costs no more than its test.
 [[gnu::noinline]] unsigned fontChange(const Font& f, FILE* stream) {
     TextState& t = s.text;
     const uint32_t m = f.mask;
-    bool opened = false;
-    // Opens the Font statement the first time something is to be written.
-    auto open = [&]() -> bool {
-        if (opened) return true;
-        opened = true;
-        return closeString(stream) && put("\t<Font", stream);
-    };
-
+    // The family is written apart, ahead of the rest.
+    const char* family = nullptr;
     if ((m & bit(FontBit::FFamily)) && f.FFamily && !sameFamily(f.FFamily)) {
         keepFamily(f.FFamily);
-        if (!open()) return 0;
-        if (!put(" <FFamily `", stream) || !putText(f.FFamily, stream) || !put("'>", stream)) return 0;
+        family = f.FFamily;
     }
+    Statement rest;
     if ((m & bit(FontBit::FSize)) && f.FSize != t.FSize) {
-        if (!open()) return 0;
         t.FSize = f.FSize;
-        if (!put(" <FSize ", stream) || !putNumber(f.FSize, stream) || !put(">", stream)) return 0;
+        rest.add(" <FSize ");
+        rest.addNumber(f.FSize);
+        rest.add(">");
     }
     if ((m & bit(FontBit::FPlain)) && f.FPlain != t.FPlain) {
-        if (!open()) return 0;
         if (f.FPlain) t.FBold = t.FItalic = t.FUnderline = t.FStrike = kNo;
         t.FPlain = f.FPlain;
-        if (!put(" <FPlain ", stream) || !putText(yesNo(f.FPlain), stream) || !put(">", stream)) return 0;
+        if (f.FPlain)
+            rest.add(" <FPlain Yes>");
+        else
+            rest.add(" <FPlain No>");
     }
-    struct Style {
-        uint32_t bitNo;
-        uint32_t Font::*value;
-        uint32_t TextState::*state;
-        const char* lead;
-    };
-    static const Style styles[] = {
-        {FontBit::FBold, &Font::FBold, &TextState::FBold, " <FBold "},
-        {FontBit::FItalic, &Font::FItalic, &TextState::FItalic, " <FItalic "},
-        {FontBit::FUnderline, &Font::FUnderline, &TextState::FUnderline, " <FUnderline "},
-        {FontBit::FStrike, &Font::FStrike, &TextState::FStrike, " <FStrike "},
-    };
-    for (const Style& st : styles) {
-        uint32_t v = f.*st.value;
-        if (!(m & bit(st.bitNo)) || v == t.*st.state) continue;
-        if (!open()) return 0;
+    // A style given that differs from the state's clears FPlain.
+    auto style = [&](uint32_t bitNo, uint32_t v, uint32_t& state, auto& yes, auto& no) {
+        if (!(m & bit(bitNo)) || v == state) return;
         t.FPlain = kNo;
-        t.*st.state = v;
-        if (!putText(st.lead, stream) || !putText(yesNo(v), stream) || !put(">", stream)) return 0;
-    }
+        state = v;
+        if (v)
+            rest.add(yes);
+        else
+            rest.add(no);
+    };
+    style(FontBit::FBold, f.FBold, t.FBold, " <FBold Yes>", " <FBold No>");
+    style(FontBit::FItalic, f.FItalic, t.FItalic, " <FItalic Yes>", " <FItalic No>");
+    style(FontBit::FUnderline, f.FUnderline, t.FUnderline, " <FUnderline Yes>", " <FUnderline No>");
+    style(FontBit::FStrike, f.FStrike, t.FStrike, " <FStrike Yes>", " <FStrike No>");
     if ((m & bit(FontBit::FDY)) && f.FDY != t.FDY) {
-        if (!open()) return 0;
         t.FDY = f.FDY;
-        if (!put(" <FDY ", stream) || !putNumber(f.FDY, stream) || !put(">", stream)) return 0;
+        rest.add(" <FDY ");
+        rest.addNumber(f.FDY);
+        rest.add(">");
     }
-    if (opened) {
-        t.isQuiet = false;
-        return put(">\n", stream);
+    if (family == nullptr && rest.empty()) {
+        t.quietFont = f;
+        t.isQuiet = true;
+        return 1;
     }
-    t.quietFont = f;
-    t.isQuiet = true;
-    return 1;
+    t.isQuiet = false;
+    rest.add(">\n");
+    if (!closeString(stream)) return 0;
+    if (family != nullptr) {
+        if (!put("\t<Font <FFamily `", stream) || !putText(family, stream) || !put("'>", stream)) return 0;
+    } else if (!put("\t<Font", stream)) {
+        return 0;
+    }
+    return rest.writeTo(stream);
 }
 
 }  // namespace
