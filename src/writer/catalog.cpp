@@ -13,6 +13,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "writer/put.h"
 #include "writer/textstate.h"
 #include "writer/vifout.h"
 
@@ -62,7 +63,9 @@ struct CatalogState {
     std::unordered_set<std::string_view> names;
     std::vector<std::unique_ptr<Shape>> shapes;
     std::unordered_map<uint64_t, uint32_t> shapeOf;  // both masks -> index into shapes
-    std::vector<RecentFormat> recent = std::vector<RecentFormat>(kRecentSlots);
+    // Made at the first look-up, each slot at its first use: a page with
+    // few paragraphs pays for few.
+    std::vector<std::unique_ptr<RecentFormat>> recent;
     // Without memory for the structures above the catalog is searched entry
     // by entry, which needs none; once set, it stays so until the reset.
     bool isWalking = false;
@@ -356,9 +359,11 @@ const char* VifCatalogName(const Pgf& format) {
     if (s.isWalking || hasMissingStops(format)) return walk(format);
     const char* tag = tagOf(format);
     size_t tagLength = std::strlen(tag);
-    RecentFormat& slot = s.recent[slotOf(format, tagLength)];
+    const size_t slotNo = slotOf(format, tagLength);
+    RecentFormat* recent = s.recent.empty() ? nullptr : s.recent[slotNo].get();
     const uint32_t size = static_cast<uint32_t>(s.theCatalog.size());
-    if (slot.bucket && sameContent(slot.pgf, format)) {
+    if (recent && recent->bucket && sameContent(recent->pgf, format)) {
+        RecentFormat& slot = *recent;
         if (slot.checked != size) {
             const std::vector<uint32_t>& bucket = *slot.bucket;
             for (auto it = bucket.rbegin(); it != bucket.rend() && *it >= slot.checked; ++it)
@@ -371,6 +376,9 @@ const char* VifCatalogName(const Pgf& format) {
         return s.theCatalog[slot.answer]->name.c_str();
     }
     try {
+        if (s.recent.empty()) s.recent.resize(kRecentSlots);
+        if (!s.recent[slotNo]) s.recent[slotNo] = std::make_unique<RecentFormat>();
+        RecentFormat& slot = *s.recent[slotNo];
         Shape& shape = shapeFor(format);
         std::vector<uint32_t>* bucket = &shape.buckets[shapeHash(format, shape)];
         for (auto it = bucket->rbegin(); it != bucket->rend(); ++it)
@@ -389,45 +397,45 @@ const char* VifCatalogName(const Pgf& format) {
 }
 
 unsigned VifPgfOut(const Pgf& format, FILE* stream) {
-    if (fputs("<Pgf\n", stream) == EOF) return 0;
+    if (!writer::put("<Pgf\n", stream)) return 0;
     if (!outWorkHorse(&format, stream, 1, pgf)) return 0;
     if (format.mask & bit(PgfBit::font)) {
-        if (fputs("\t<Font\n", stream) == EOF) return 0;
+        if (!writer::put("\t<Font\n", stream)) return 0;
         if (!outWorkHorse(&format.font, stream, 2, font)) return 0;
-        if (fputs("\t>\n", stream) == EOF) return 0;
+        if (!writer::put("\t>\n", stream)) return 0;
     }
     if (format.mask & bit(PgfBit::tabStops)) {
         // A count without an array is written like an empty list.
         if (format.PgfNumTabs == 0 || format.tabStops == nullptr) {
-            if (fputs("\t<PgfNumTabs 0>\n", stream) == EOF) return 0;
+            if (!writer::put("\t<PgfNumTabs 0>\n", stream)) return 0;
         } else {
             for (uint32_t i = 0; i < format.PgfNumTabs; ++i) {
-                if (fputs("\t<TabStop\n", stream) == EOF) return 0;
+                if (!writer::put("\t<TabStop\n", stream)) return 0;
                 if (!outWorkHorse(&format.tabStops[i], stream, 2, tabStop)) return 0;
-                if (fputs("\t>\n", stream) == EOF) return 0;
+                if (!writer::put("\t>\n", stream)) return 0;
             }
         }
     }
-    return fputs(">\n", stream) != EOF;
+    return writer::put(">\n", stream);
 }
 
 unsigned VifCatalogOut(FILE* stream) {
-    if (fputs("<Catalog\n", stream) == EOF) return 0;
+    if (!writer::put("<Catalog\n", stream)) return 0;
     for (auto it = s.theCatalog.rbegin(); it != s.theCatalog.rend(); ++it) {
         Pgf& entry = (*it)->pgf;
         // PgfTag to PgfSpBefore are always written, set or not.
         entry.mask |= 0xFFFFu;
         if (!VifPgfOut(entry, stream)) return 0;
     }
-    return fputs("> # End Catalog\n", stream) != EOF;
+    return writer::put("> # End Catalog\n", stream);
 }
 
 unsigned VifPageOut(Page& page, FILE* stream) {
-    if (fputs("<Page\n", stream) == EOF) return 0;
+    if (!writer::put("<Page\n", stream)) return 0;
     if (page.mask & bit(PageBit::HFFont)) {
-        if (fputs("\t<HFFont\n", stream) == EOF) return 0;
+        if (!writer::put("\t<HFFont\n", stream)) return 0;
         if (!outWorkHorse(&page.HFFont, stream, 2, font)) return 0;
-        if (fputs("\t>\n", stream) == EOF) return 0;
+        if (!writer::put("\t>\n", stream)) return 0;
     }
     if (page.mask & bit(PageBit::PageNum)) {
         int written = (page.mask & bit(PageBit::PageNum2))
@@ -437,13 +445,13 @@ unsigned VifPageOut(Page& page, FILE* stream) {
     }
     for (Dimension& d : page.HFMargins) laserWriterRound(d);
     if (!outWorkHorse(&page, stream, 1, ::page)) return 0;
-    return fputs(">\n", stream) != EOF;
+    return writer::put(">\n", stream);
 }
 
 unsigned VifDocumentOut(Document& doc, FILE* stream) {
-    if (fputs("<Document\n", stream) == EOF) return 0;
+    if (!writer::put("<Document\n", stream)) return 0;
     for (Dimension& d : doc.DMargins) laserWriterRound(d);
     doc.mask &= ~bit(DocumentBit::DRelativeTabs);  // never written
     if (!outWorkHorse(&doc, stream, 1, document)) return 0;
-    return fputs(">\n", stream) != EOF;
+    return writer::put(">\n", stream);
 }

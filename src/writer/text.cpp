@@ -190,38 +190,6 @@ unsigned VifPlainOut(const char* text, size_t n, FILE* stream) {
 
 namespace {
 
-// A statement built in place before it is written with one call: what a
-// Font statement holds past its family, numbers at most 11 characters each.
-class Statement {
-public:
-    template <size_t N>
-    void add(const char (&text)[N]) {
-        std::memcpy(text_ + n_, text, N - 1);
-        n_ += N - 1;
-    }
-    void add(const char* text, size_t n) {
-        std::memcpy(text_ + n_, text, n);
-        n_ += n;
-    }
-    void addNumber(int32_t v) {  // as %d
-        uint32_t u = v < 0 ? 0u - static_cast<uint32_t>(v) : static_cast<uint32_t>(v);
-        char digits[10];
-        char* p = digits + sizeof digits;
-        do {
-            *--p = static_cast<char>('0' + u % 10);
-            u /= 10;
-        } while (u != 0);
-        if (v < 0) text_[n_++] = '-';
-        add(p, static_cast<size_t>(digits + sizeof digits - p));
-    }
-    bool empty() const { return n_ == 0; }
-    bool writeTo(FILE* stream) const { return put(text_, n_, stream); }
-
-private:
-    char text_[160];
-    size_t n_ = 0;
-};
-
 // Writes the Font statement for what f changes; VifFontOut has already
 // looked for the common case of nothing to write. Kept out of line so that
 // the common case costs no more than its test.
@@ -234,7 +202,7 @@ private:
         keepFamily(f.FFamily);
         family = f.FFamily;
     }
-    Statement rest;
+    Line rest;  // what follows the family: at most 150 characters
     if ((m & bit(FontBit::FSize)) && f.FSize != t.FSize) {
         t.FSize = f.FSize;
         rest.add(" <FSize ");
