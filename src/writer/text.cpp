@@ -30,9 +30,9 @@ struct TextState {
     int32_t FDY = 0;
     unsigned char lastChar = 0;
     bool stringOpen = false;
-    // The last font that VifFontOut was given and found nothing to write for.
-    // A call that writes nothing changes nothing, so the same font given
-    // again writes nothing either, and is known at once.
+    // The last font VifFontOut was given, when given again it writes
+    // nothing (it found nothing to write, or what it wrote left the state
+    // as the font asks): then the same font is known at once.
     Font quietFont;
     bool isQuiet = false;
 };
@@ -242,7 +242,12 @@ namespace {
         t.isQuiet = true;
         return 1;
     }
-    t.isQuiet = false;
+    // The state now holds what f asks for, unless a style cleared the FPlain
+    // that f sets, or the family could not be kept: then f given again
+    // writes again; else it writes nothing, as after a quiet call.
+    t.isQuiet = (!(m & bit(FontBit::FPlain)) || t.FPlain == f.FPlain) &&
+                (!(m & bit(FontBit::FFamily)) || !f.FFamily || t.hasFamily);
+    if (t.isQuiet) t.quietFont = f;
     rest.add(">\n");
     if (!closeString(stream)) return 0;
     if (family != nullptr) {
