@@ -143,6 +143,15 @@ unsigned VifCharOut(char ch, FILE* stream) {
 
     if ((c >= 32 && c <= 126) || c == '\t') {
         if (!t.stringOpen) {
+            // A character that goes in as it is opens the String with it.
+            if (c != '\\' && c != '>' && c != '`' && c != '\'' && c != '\t') {
+                char open[] = "\t<String `?";
+                open[sizeof open - 2] = static_cast<char>(c);
+                if (!put(open, sizeof open - 1, stream)) return 0;
+                t.stringOpen = true;
+                t.lastChar = c;
+                return 1;
+            }
             if (!put("\t<String `", stream)) return 0;
             t.stringOpen = true;
         }
