@@ -515,16 +515,19 @@ void convert() {
 void shutDown() {
     driver.isShuttingDown = true;
     FILE* out = driver.outFile;
+    // The copies write past the output's buffer: a failed one is known by
+    // its error number, not by the stream's error flag.
+    int copyError = 0;
     try {
         std::string identification = "trofftovif -" + driver.macroPackage;
         if (!VifPreludeOut(out, identification.c_str())) fatalStdio();
         if (!VifCatalogOut(out)) fatalStdio();
 
-        // The results of the two literal writes and of the copies are not
-        // looked at one by one: the final flush below catches any of them.
+        // The results of the two literal writes are not looked at one by
+        // one: the final flush below catches them.
         rewindTempFile(driver.aFrameNew.file);
         std::fputs("<AFrames\n", out);
-        StreamCopy(driver.aFrameNew.file, out);
+        copyError = StreamCopy(driver.aFrameNew.file, out);
         std::fputs(">\n", out);
         closeAndRemove(driver.aFrameNew.file, driver.aFrameNew.fileName);
 
@@ -532,7 +535,8 @@ void shutDown() {
         if (!VifPageOut(tv.TVPage, out)) fatalStdio();
 
         rewindTempFile(driver.bodyStream);
-        StreamCopy(driver.bodyStream, out);
+        int bodyError = StreamCopy(driver.bodyStream, out);
+        if (copyError == 0) copyError = bodyError;
         closeAndRemove(driver.bodyStream, driver.bodyFileName);
     } catch (const std::bad_alloc&) {
         TVFatalVM();
@@ -540,8 +544,8 @@ void shutDown() {
     // Output that could not be written (a full disk, /dev/full) is an error
     // even when every single write was buffered.
     errno = 0;
-    if (std::fflush(out) != 0 || std::ferror(out)) {
-        if (errno == 0) errno = EIO;
+    if (std::fflush(out) != 0 || std::ferror(out) || copyError != 0) {
+        if (errno == 0) errno = copyError != 0 ? copyError : EIO;
         fatalStdio();
     }
     processExit(0);

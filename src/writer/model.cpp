@@ -23,15 +23,15 @@ const char* const MStyle2String[] = {"Plain", "Start", "End", "None", nullptr};
 
 // ---- Property tables --------------------------------------------------------
 // One row per property, in bit order; the row's position is its bit number.
-#define STR(rec, field, name) {offsetof(rec, field), name, ValueKind::String, nullptr, 0}
-#define INT(rec, field, name) {offsetof(rec, field), name, ValueKind::Integer, nullptr, 0}
-#define BOOL(rec, field, name) {offsetof(rec, field), name, ValueKind::Boolean, nullptr, 0}
-#define DIM1(rec, field, name) {offsetof(rec, field), name, ValueKind::Dimension1, nullptr, 0}
-#define DIM2(rec, field, name) {offsetof(rec, field), name, ValueKind::Dimension2, nullptr, 0}
-#define DIM4(rec, field, name) {offsetof(rec, field), name, ValueKind::Dimension4, nullptr, 0}
-#define ENUM(rec, field, name, names) {offsetof(rec, field), name, ValueKind::Enumeration, names, 0}
-#define NESTED(rec, field, name, size) {offsetof(rec, field), name, ValueKind::Nested, nullptr, size}
-#define END {0, nullptr, ValueKind::String, nullptr, 0}
+#define STR(rec, field, name) {offsetof(rec, field), name, ValueKind::String, nullptr, 0, sizeof(name) - 1}
+#define INT(rec, field, name) {offsetof(rec, field), name, ValueKind::Integer, nullptr, 0, sizeof(name) - 1}
+#define BOOL(rec, field, name) {offsetof(rec, field), name, ValueKind::Boolean, nullptr, 0, sizeof(name) - 1}
+#define DIM1(rec, field, name) {offsetof(rec, field), name, ValueKind::Dimension1, nullptr, 0, sizeof(name) - 1}
+#define DIM2(rec, field, name) {offsetof(rec, field), name, ValueKind::Dimension2, nullptr, 0, sizeof(name) - 1}
+#define DIM4(rec, field, name) {offsetof(rec, field), name, ValueKind::Dimension4, nullptr, 0, sizeof(name) - 1}
+#define ENUM(rec, field, name, names) {offsetof(rec, field), name, ValueKind::Enumeration, names, 0, sizeof(name) - 1}
+#define NESTED(rec, field, name, size) {offsetof(rec, field), name, ValueKind::Nested, nullptr, size, sizeof(name) - 1}
+#define END {0, nullptr, ValueKind::String, nullptr, 0, 0}
 
 const PropertyEntry font[] = {
     STR(Font, FFamily, "FFamily"),
@@ -176,26 +176,44 @@ const char* valueName(const char* const* names, uint32_t v) {
     return nullptr;
 }
 
-unsigned valueOut(FILE* stream, const char* indent, const char* name, const char* const* names, uint32_t v) {
-    const char* text = valueName(names, v);
-    if (!putText(indent, stream) || !put("<", stream) || !putText(name, stream) || !put(" ", stream)) return 0;
-    if (!(text != nullptr ? putText(text, stream) : putUnsigned(v, stream))) return 0;
-    return put(">\n", stream);
+// The first part of a statement: its indentation, "<", its name and a blank.
+void lineStart(Line& line, unsigned level, const PropertyEntry& e) {
+    line.add(kTabs[level > 4 ? 4 : level], level > 4 ? 4 : level);
+    line.add("<");
+    line.add(e.name, e.nameLength);
+    line.add(" ");
+}
+
+// A dimension's value and unit; an unknown unit prints nothing.
+void addDimension(Line& line, const Dimension& d) {
+    static const char* const units[] = {"\"", "cm", "mm", "pica", "pt"};
+    static const size_t unitLengths[] = {1, 2, 2, 4, 2};
+    if (d.unit > kUnitPoint) return;
+    line.addFixed3(d.value);
+    line.add(units[d.unit], unitLengths[d.unit]);
+}
+
+void addDimensions(Line& line, const Dimension* d, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        if (i > 0) line.add(" ");
+        addDimension(line, d[i]);
+    }
 }
 
 unsigned dimensionsOut(const Dimension* d, size_t n, FILE* stream) {
-    for (size_t i = 0; i < n; ++i) {
-        if (i > 0 && !put(" ", stream)) return 0;
-        if (!VifDimensionOut(d[i], stream)) return 0;
-    }
-    return 1;
+    Line line;
+    addDimensions(line, d, n);
+    return line.writeTo(stream);
 }
 
+// A statement of one to four dimensions under a name of any length.
 unsigned stmtDimensionsOut(const Dimension* d, size_t n, FILE* stream, unsigned level, const char* name) {
     if (!putText(tabsFor(level), stream) || !put("<", stream) || !putText(name, stream) || !put(" ", stream))
         return 0;
-    if (!dimensionsOut(d, n, stream)) return 0;
-    return put(">\n", stream);
+    Line line;
+    addDimensions(line, d, n);
+    line.add(">\n");
+    return line.writeTo(stream);
 }
 
 }  // namespace
@@ -203,11 +221,7 @@ unsigned stmtDimensionsOut(const Dimension* d, size_t n, FILE* stream, unsigned 
 const char* tabsFor(unsigned level) { return kTabs[level > 4 ? 4 : level]; }
 
 // ---- Dimensions -------------------------------------------------------------
-unsigned VifDimensionOut(const Dimension& d, FILE* stream) {
-    static const char* const units[] = {"\"", "cm", "mm", "pica", "pt"};
-    if (d.unit > kUnitPoint) return 1;  // an unknown unit prints nothing
-    return putFixed3(static_cast<double>(d.value), stream) && putText(units[d.unit], stream);
-}
+unsigned VifDimensionOut(const Dimension& d, FILE* stream) { return dimensionsOut(&d, 1, stream); }
 
 unsigned VifDimension2Out(const Dimension* d, FILE* stream) { return dimensionsOut(d, 2, stream); }
 unsigned VifIndentsOut(const Dimension* d, FILE* stream) { return dimensionsOut(d, 4, stream); }
@@ -227,36 +241,39 @@ unsigned outWorkHorse(const void* record, FILE* stream, unsigned level, const Pr
     const auto* base = static_cast<const unsigned char*>(record);
     uint32_t mask;
     std::memcpy(&mask, base, sizeof mask);
-    const char* indent = tabsFor(level);
     for (uint32_t i = 0; table[i].name != nullptr; ++i) {
         const PropertyEntry& e = table[i];
-        if (i >= 32 || !(mask & bit(i))) continue;
+        if (i >= 32 || !(mask & bit(i)) || e.kind == ValueKind::Nested) continue;
         const unsigned char* field = base + e.offset;
+        // Each statement is one line written with one call; a text of any
+        // length is written apart.
+        Line line;
+        lineStart(line, level, e);
         switch (e.kind) {
         case ValueKind::String: {
             const char* text;
             std::memcpy(&text, field, sizeof text);
             // A set string with no text is written as an empty one.
-            if (!putText(indent, stream) || !put("<", stream) || !putText(e.name, stream) ||
-                !put(" `", stream) || !putText(text ? text : "", stream) || !put("'>\n", stream))
-                return 0;
-            break;
+            line.add("`");
+            if (!line.writeTo(stream) || !putText(text ? text : "", stream) || !put("'>\n", stream)) return 0;
+            continue;
         }
         case ValueKind::Integer:
         case ValueKind::Integer2: {
             int32_t v;
             std::memcpy(&v, field, sizeof v);
-            if (!putText(indent, stream) || !put("<", stream) || !putText(e.name, stream) || !put(" ", stream) ||
-                !putNumber(v, stream) || !put(">\n", stream))
-                return 0;
+            line.addNumber(v);
             break;
         }
         case ValueKind::Boolean:
         case ValueKind::Enumeration: {
             uint32_t v;
             std::memcpy(&v, field, sizeof v);
-            const char* const* names = e.kind == ValueKind::Boolean ? boolean2String : e.names;
-            if (!valueOut(stream, indent, e.name, names, v)) return 0;
+            const char* text = valueName(e.kind == ValueKind::Boolean ? boolean2String : e.names, v);
+            if (text != nullptr)
+                line.add(text, std::strlen(text));
+            else
+                line.addUnsigned(v);
             break;
         }
         case ValueKind::Dimension1:
@@ -266,12 +283,14 @@ unsigned outWorkHorse(const void* record, FILE* stream, unsigned level, const Pr
             Dimension d[4];
             size_t n = dimensionCount(e.kind);
             std::memcpy(d, field, n * sizeof(Dimension));
-            if (!stmtDimensionsOut(d, n, stream, level, e.name)) return 0;
+            addDimensions(line, d, n);
             break;
         }
         case ValueKind::Nested:
             break;  // the record's own writer writes nested parts
         }
+        line.add(">\n");
+        if (!line.writeTo(stream)) return 0;
     }
     return 1;
 }

@@ -135,6 +135,7 @@ struct PropertyEntry {
     ValueKind kind;
     const char* const* names;  // value names, for enumerations only
     size_t size;               // field size, for nested fields only
+    size_t nameLength;         // of `name`
 };
 
 extern const PropertyEntry pgf[];

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -47,12 +48,74 @@ inline bool putNumber(int32_t v, FILE* stream) {
     return putUnsigned(v < 0 ? 0u - static_cast<uint32_t>(v) : static_cast<uint32_t>(v), stream);
 }
 
-// %.3f
-inline bool putFixed3(double v, FILE* stream) {
-    char text[400];  // the longest double printed with three decimals fits
-    auto [end, error] = std::to_chars(text, text + sizeof text, v, std::chars_format::fixed, 3);
-    if (error != std::errc()) return fprintf(stream, "%.3f", v) >= 0;
-    return put(text, static_cast<size_t>(end - text), stream);
+// The longest float printed with three decimals: a sign, 39 digits, the
+// point and three more.
+inline constexpr size_t kFixed3Max = 48;
+
+// Writes %.3f of a float at `out` and returns its end. A float's 24
+// significant bits times 1000 fit a double's 53, so the product is exact and
+// rounding it to a whole number, halves to even, rounds as printf does;
+// values too large for that go to std::to_chars.
+inline char* fixed3(float f, char* out) {
+    const double v = f;
+    const double x = std::fabs(v * 1000.0);
+    if (!(x < 9.0e15)) return std::to_chars(out, out + kFixed3Max, v, std::chars_format::fixed, 3).ptr;
+    const double whole = std::floor(x);
+    const double part = x - whole;
+    uint64_t r = static_cast<uint64_t>(whole);
+    if (part > 0.5 || (part == 0.5 && (r & 1) != 0)) ++r;
+    char digits[24];
+    char* p = digits + sizeof digits;
+    for (int i = 0; i < 3; ++i) {
+        *--p = static_cast<char>('0' + r % 10);
+        r /= 10;
+    }
+    *--p = '.';
+    do {
+        *--p = static_cast<char>('0' + r % 10);
+        r /= 10;
+    } while (r != 0);
+    if (std::signbit(v)) *--p = '-';
+    const size_t n = static_cast<size_t>(digits + sizeof digits - p);
+    std::memcpy(out, p, n);
+    return out + n;
 }
+
+// A statement line built in place and written with one call. Its user keeps
+// it within its size: texts of unbounded length are written apart.
+class Line {
+public:
+    static constexpr size_t kSize = 320;
+
+    template <size_t N>
+    void add(const char (&text)[N]) {
+        std::memcpy(text_ + n_, text, N - 1);
+        n_ += N - 1;
+    }
+    void add(const char* text, size_t n) {
+        std::memcpy(text_ + n_, text, n);
+        n_ += n;
+    }
+    void addUnsigned(uint32_t u) {  // %u
+        char digits[10];
+        char* p = digits + sizeof digits;
+        do {
+            *--p = static_cast<char>('0' + u % 10);
+            u /= 10;
+        } while (u != 0);
+        add(p, static_cast<size_t>(digits + sizeof digits - p));
+    }
+    void addNumber(int32_t v) {  // %d
+        if (v < 0) text_[n_++] = '-';
+        addUnsigned(v < 0 ? 0u - static_cast<uint32_t>(v) : static_cast<uint32_t>(v));
+    }
+    void addFixed3(float v) { n_ = static_cast<size_t>(fixed3(v, text_ + n_) - text_); }  // %.3f
+    bool empty() const { return n_ == 0; }
+    bool writeTo(FILE* stream) const { return put(text_, n_, stream); }
+
+private:
+    char text_[kSize];
+    size_t n_ = 0;
+};
 
 }  // namespace writer

@@ -30,9 +30,9 @@ struct TextState {
     int32_t FDY = 0;
     unsigned char lastChar = 0;
     bool stringOpen = false;
-    // The last font that VifFontOut was given and found nothing to write for.
-    // A call that writes nothing changes nothing, so the same font given
-    // again writes nothing either, and is known at once.
+    // The last font VifFontOut was given, when given again it writes
+    // nothing (it found nothing to write, or what it wrote left the state
+    // as the font asks): then the same font is known at once.
     Font quietFont;
     bool isQuiet = false;
 };
@@ -79,8 +79,6 @@ bool sameForWriter(const Font& a, const Font& b) {
            a.FPlain == b.FPlain && a.FBold == b.FBold && a.FItalic == b.FItalic &&
            a.FUnderline == b.FUnderline && a.FStrike == b.FStrike && a.FDY == b.FDY;
 }
-
-const char* yesNo(uint32_t v) { return v ? "Yes" : "No"; }
 
 unsigned textOpen(const Pgf& format, FILE* stream) {
     TextState& t = s.text;
@@ -145,6 +143,15 @@ unsigned VifCharOut(char ch, FILE* stream) {
 
     if ((c >= 32 && c <= 126) || c == '\t') {
         if (!t.stringOpen) {
+            // A character that goes in as it is opens the String with it.
+            if (c != '\\' && c != '>' && c != '`' && c != '\'' && c != '\t') {
+                char open[] = "\t<String `?";
+                open[sizeof open - 2] = static_cast<char>(c);
+                if (!put(open, sizeof open - 1, stream)) return 0;
+                t.stringOpen = true;
+                t.lastChar = c;
+                return 1;
+            }
             if (!put("\t<String `", stream)) return 0;
             t.stringOpen = true;
         }
@@ -198,62 +205,66 @@ namespace {
 [[gnu::noinline]] unsigned fontChange(const Font& f, FILE* stream) {
     TextState& t = s.text;
     const uint32_t m = f.mask;
-    bool opened = false;
-    // Opens the Font statement the first time something is to be written.
-    auto open = [&]() -> bool {
-        if (opened) return true;
-        opened = true;
-        return closeString(stream) && put("\t<Font", stream);
-    };
-
+    // The family is written apart, ahead of the rest.
+    const char* family = nullptr;
     if ((m & bit(FontBit::FFamily)) && f.FFamily && !sameFamily(f.FFamily)) {
         keepFamily(f.FFamily);
-        if (!open()) return 0;
-        if (!put(" <FFamily `", stream) || !putText(f.FFamily, stream) || !put("'>", stream)) return 0;
+        family = f.FFamily;
     }
+    Line rest;  // what follows the family: at most 150 characters
     if ((m & bit(FontBit::FSize)) && f.FSize != t.FSize) {
-        if (!open()) return 0;
         t.FSize = f.FSize;
-        if (!put(" <FSize ", stream) || !putNumber(f.FSize, stream) || !put(">", stream)) return 0;
+        rest.add(" <FSize ");
+        rest.addNumber(f.FSize);
+        rest.add(">");
     }
     if ((m & bit(FontBit::FPlain)) && f.FPlain != t.FPlain) {
-        if (!open()) return 0;
         if (f.FPlain) t.FBold = t.FItalic = t.FUnderline = t.FStrike = kNo;
         t.FPlain = f.FPlain;
-        if (!put(" <FPlain ", stream) || !putText(yesNo(f.FPlain), stream) || !put(">", stream)) return 0;
+        if (f.FPlain)
+            rest.add(" <FPlain Yes>");
+        else
+            rest.add(" <FPlain No>");
     }
-    struct Style {
-        uint32_t bitNo;
-        uint32_t Font::*value;
-        uint32_t TextState::*state;
-        const char* lead;
-    };
-    static const Style styles[] = {
-        {FontBit::FBold, &Font::FBold, &TextState::FBold, " <FBold "},
-        {FontBit::FItalic, &Font::FItalic, &TextState::FItalic, " <FItalic "},
-        {FontBit::FUnderline, &Font::FUnderline, &TextState::FUnderline, " <FUnderline "},
-        {FontBit::FStrike, &Font::FStrike, &TextState::FStrike, " <FStrike "},
-    };
-    for (const Style& st : styles) {
-        uint32_t v = f.*st.value;
-        if (!(m & bit(st.bitNo)) || v == t.*st.state) continue;
-        if (!open()) return 0;
+    // A style given that differs from the state's clears FPlain.
+    auto style = [&](uint32_t bitNo, uint32_t v, uint32_t& state, auto& yes, auto& no) {
+        if (!(m & bit(bitNo)) || v == state) return;
         t.FPlain = kNo;
-        t.*st.state = v;
-        if (!putText(st.lead, stream) || !putText(yesNo(v), stream) || !put(">", stream)) return 0;
-    }
+        state = v;
+        if (v)
+            rest.add(yes);
+        else
+            rest.add(no);
+    };
+    style(FontBit::FBold, f.FBold, t.FBold, " <FBold Yes>", " <FBold No>");
+    style(FontBit::FItalic, f.FItalic, t.FItalic, " <FItalic Yes>", " <FItalic No>");
+    style(FontBit::FUnderline, f.FUnderline, t.FUnderline, " <FUnderline Yes>", " <FUnderline No>");
+    style(FontBit::FStrike, f.FStrike, t.FStrike, " <FStrike Yes>", " <FStrike No>");
     if ((m & bit(FontBit::FDY)) && f.FDY != t.FDY) {
-        if (!open()) return 0;
         t.FDY = f.FDY;
-        if (!put(" <FDY ", stream) || !putNumber(f.FDY, stream) || !put(">", stream)) return 0;
+        rest.add(" <FDY ");
+        rest.addNumber(f.FDY);
+        rest.add(">");
     }
-    if (opened) {
-        t.isQuiet = false;
-        return put(">\n", stream);
+    if (family == nullptr && rest.empty()) {
+        t.quietFont = f;
+        t.isQuiet = true;
+        return 1;
     }
-    t.quietFont = f;
-    t.isQuiet = true;
-    return 1;
+    // The state now holds what f asks for, unless a style cleared the FPlain
+    // that f sets, or the family could not be kept: then f given again
+    // writes again; else it writes nothing, as after a quiet call.
+    t.isQuiet = (!(m & bit(FontBit::FPlain)) || t.FPlain == f.FPlain) &&
+                (!(m & bit(FontBit::FFamily)) || !f.FFamily || t.hasFamily);
+    if (t.isQuiet) t.quietFont = f;
+    rest.add(">\n");
+    if (!closeString(stream)) return 0;
+    if (family != nullptr) {
+        if (!put("\t<Font <FFamily `", stream) || !putText(family, stream) || !put("'>", stream)) return 0;
+    } else if (!put("\t<Font", stream)) {
+        return 0;
+    }
+    return rest.writeTo(stream);
 }
 
 }  // namespace

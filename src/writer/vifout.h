@@ -38,9 +38,9 @@ unsigned VifCharOut(char c, FILE* stream);
 // of ' ` > \), in one write: a run of plain text.
 unsigned VifPlainOut(const char* text, size_t n, FILE* stream);
 unsigned VifFontOut(const Font& f, FILE* stream);
-// Whether the last VifFontOut wrote nothing: then the same font given again
-// writes nothing either. (One that wrote may still write again: a style set
-// after FPlain clears FPlain, which the next call sets back.)
+// Whether the font of the last VifFontOut, given again, writes nothing: so
+// after a call that wrote nothing, and after most that wrote. (Not after one
+// whose style cleared the FPlain it sets, which the next call sets back.)
 bool VifFontSettled();
 unsigned VifAFrameOut(int id, FILE* stream);
 

@@ -199,6 +199,18 @@ TEST_F(Catalog, SubsetAndPrefixMatches) {
     EXPECT_STREQ(VifCatalogName(tagged("block pgf1x", 1.5f)), "block pgf1x");
 }
 
+// The interpreter changes its tab stops in place: a format looked up before
+// with the same array holds other stops now.
+TEST_F(Catalog, LookupsSeeStopsChangedInPlace) {
+    NineStops tabs(1.0f);
+    Pgf block = manBlock(tabs.stops);
+    EXPECT_STREQ(VifCatalogName(block), "block pgf");
+    tabs.stops[3].TSX.value = 7.0f;
+    EXPECT_STREQ(VifCatalogName(block), "block pgf1");
+    tabs.stops[3].TSX.value = 2.5f;
+    EXPECT_STREQ(VifCatalogName(block), "block pgf");
+}
+
 TEST_F(Catalog, ResetForgetsEntriesAndCounter) {
     VifCatalogNew(tagged("a", 0));
     EXPECT_STREQ(VifCatalogName(tagged("a", 1)), "a1");
