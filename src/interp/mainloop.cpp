@@ -319,6 +319,70 @@ void TVCreateRopes() {
 
 int TVGetc() { return nextChar(); }
 
+void TVReadUntil(std::string& out, const bool* stop) {
+    // The byte 255 reads as the end of input: it always stops the run.
+    auto isStop = [stop](unsigned char c) { return c == 0xFF || stop[c]; };
+    int last = s.inC;
+    int beforeLast = s.lastInC;
+    while (!s.echoes.empty()) {
+        auto c = static_cast<unsigned char>(s.echoes.back());
+        if (isStop(c)) {
+            s.inC = last;
+            s.lastInC = beforeLast;
+            return;
+        }
+        s.echoes.pop_back();
+        s.wasFromEchoes = true;
+        out += static_cast<char>(c);
+        beforeLast = last;
+        last = static_cast<signed char>(c);
+    }
+    InputStream& in = driver.stdIn;
+    if (in.file) {
+        bool isFromInput = false;
+        for (;;) {
+#ifdef __GLIBC__
+            // Scanned in place in the input's buffer, as a plain run is.
+            FILE* f = in.file;
+            const char* begin = f->_IO_read_ptr;
+            const char* p = begin;
+            const char* end = f->_IO_read_end;
+            while (p != end && !isStop(static_cast<unsigned char>(*p))) p++;
+            if (p != begin) {
+                out.append(begin, p);
+                f->_IO_read_ptr = const_cast<char*>(p);
+                auto count = static_cast<int32_t>(p - begin);
+                in.column += count;
+                beforeLast = count >= 2 ? static_cast<signed char>(p[-2]) : last;
+                last = static_cast<signed char>(p[-1]);
+                in.lastChar = static_cast<unsigned char>(p[-1]);
+                isFromInput = true;
+            }
+            if (p != end) break;
+#endif
+            int raw = getc_unlocked(in.file);
+            if (raw == EOF) break;
+            if (isStop(static_cast<unsigned char>(raw))) {
+                std::ungetc(raw, in.file);
+                break;
+            }
+            out += static_cast<char>(raw);
+            in.lastChar = raw;
+            in.column++;
+            isFromInput = true;
+            beforeLast = last;
+            last = static_cast<signed char>(raw);
+        }
+        if (isFromInput) {
+            s.wasFromEchoes = false;
+            s.pushedSinceInput = 0;
+            s.isDroppingExpansion = false;
+        }
+    }
+    s.inC = last;
+    s.lastInC = beforeLast;
+}
+
 void TVUnread(const char* text, size_t length) { pushBack(text, length); }
 
 void TVPushAction(int action) {
