@@ -324,18 +324,27 @@ void TVReadUntil(std::string& out, const bool* stop) {
     auto isStop = [stop](unsigned char c) { return c == 0xFF || stop[c]; };
     int last = s.inC;
     int beforeLast = s.lastInC;
-    while (!s.echoes.empty()) {
-        auto c = static_cast<unsigned char>(s.echoes.back());
-        if (isStop(c)) {
+    if (!s.echoes.empty()) {
+        // The pushback is reversed: its run is the stretch before the last
+        // stop, copied back to front.
+        const char* first = s.echoes.data();
+        const char* p = first + s.echoes.size();
+        while (p != first && !isStop(static_cast<unsigned char>(p[-1]))) p--;
+        auto count = static_cast<size_t>(first + s.echoes.size() - p);
+        if (count != 0) {
+            size_t old = out.size();
+            out.resize(old + count);
+            std::reverse_copy(p, p + count, out.begin() + static_cast<std::ptrdiff_t>(old));
+            beforeLast = count >= 2 ? static_cast<signed char>(p[1]) : last;
+            last = static_cast<signed char>(p[0]);
+            s.echoes.resize(s.echoes.size() - count);
+            s.wasFromEchoes = true;
+        }
+        if (!s.echoes.empty()) {
             s.inC = last;
             s.lastInC = beforeLast;
             return;
         }
-        s.echoes.pop_back();
-        s.wasFromEchoes = true;
-        out += static_cast<char>(c);
-        beforeLast = last;
-        last = static_cast<signed char>(c);
     }
     InputStream& in = driver.stdIn;
     if (in.file) {

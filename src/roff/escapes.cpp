@@ -31,9 +31,8 @@ bool isBlankOut(char c) { return c == ' ' || c == kNewline || c == kTab || c == 
 
 // Reads the name of an escape from the input: one character, "(xx" or
 // "[name]". False (after nothing else is read) at the end of the line.
-bool readName(std::string& name) {
+bool readNameFrom(int c, std::string& name) {
     name.clear();
-    int c = TVGetc();
     if (c == -1 || c == kNewline) return false;
     if (c == '(') {
         for (int i = 0; i < 2; i++) {
@@ -60,6 +59,8 @@ bool readName(std::string& name) {
     roffResolveName(name);
     return true;
 }
+
+bool readName(std::string& name) { return readNameFrom(TVGetc(), name); }
 
 // The escapes that take a delimited argument of their own.
 constexpr const char kDelimitedEscapes[] = "whvlLoDXZbxHSNCBAR";
@@ -305,12 +306,17 @@ bool roffGlyphKnown(const std::string& name) {
     return glyphByName(name, g);
 }
 
-bool roffSelectFont(const std::string& name) {
+bool roffSelectFont(std::string_view name) {
     if (name.empty() || name == "P") {
         std::swap(tv.TVFamilyStyle, tv.TVLastFamilyStyle);
         return true;
     }
-    int position = name.size() <= 2 ? TVFontPositionOf(name.c_str()) : -1;
+    int position = -1;
+    if (name.size() <= 2) {
+        char key[3] = {};
+        std::memcpy(key, name.data(), name.size());
+        position = TVFontPositionOf(key);
+    }
     if (position >= 0) {
         tv.TVLastFamilyStyle = tv.TVFamilyStyle;
         TVFontSetByPosition(static_cast<unsigned>(position));
@@ -357,9 +363,17 @@ bool RoffEscape(int letter, char lastOut) {
         case 'n':
             interpolateRegister();
             return true;
-        case 'f':
-            if (readName(text)) roffSelectFont(text);
+        case 'f': {
+            // A one-character name, the common case, needs no string.
+            int c = TVGetc();
+            if (c != -1 && c != kNewline && c != '(' && c != '[') {
+                const char name = static_cast<char>(c);
+                roffSelectFont(std::string_view(&name, 1));
+            } else if (readNameFrom(c, text)) {
+                roffSelectFont(text);
+            }
             return true;
+        }
         case 's':
             sizeChange();
             return true;

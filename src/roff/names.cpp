@@ -328,6 +328,7 @@ void roffInterpolate(std::string_view in, std::string& out, bool isCopyMode, int
     const char* p = in.data();
     const char* end = p + in.size();
     const char escape = tv.TVEscapeChar != 0 ? tv.TVEscapeChar : '\\';
+    std::string name, args;  // kept from escape to escape, for their room
     while (p < end) {
         if (out.size() > kMaxLineLength) {
             roffWarnOnce("line-length", "Expansion too long; rest dropped.");
@@ -345,7 +346,8 @@ void roffInterpolate(std::string_view in, std::string& out, bool isCopyMode, int
             return;
         }
         char letter = *p++;
-        std::string name, args;
+        name.clear();
+        args.clear();
         switch (letter) {
             case '*': {
                 if (!roffReadName(p, end, name, &args)) break;

@@ -39,6 +39,9 @@ struct Line {
     std::string_view name;
     std::string_view rest;
     int controlChar;
+    // False when the line is known to hold no escape character, which spares
+    // the search for one.
+    bool mayHoldEscape = true;
 };
 
 // What a handler does with its line: true when done, false when the line is
@@ -60,6 +63,7 @@ struct ArgSpan {
 struct Scratch {
     std::string raw;
     std::string text;
+    std::string skipped;  // a comment's text
     std::vector<std::string> args;
     // The arguments of a line for the rule table, one after the other with a
     // blank after each.
@@ -88,12 +92,36 @@ const bool* lineStops() {
     return stops;
 }
 
+// The newline alone: what ends a comment.
+const bool* newlineStops() {
+    static const auto stops = [] {
+        std::array<bool, 256> table{};
+        table[kNewline] = true;
+        return table;
+    }();
+    return stops.data();
+}
+
+// Reads the rest of a comment, in runs, up to and with its newline; -1 when
+// the input ends first, else the newline.
+int skipComment() {
+    std::string& skipped = scratch.skipped;
+    for (;;) {
+        skipped.clear();
+        TVReadUntil(skipped, newlineStops());
+        int c = TVGetc();
+        if (c == kNewline || c == -1) return c;
+    }
+}
+
 // Reads the rest of the current input line, up to and without its newline:
 // an escaped newline joins the next line, a comment (\") ends the line, \#
 // ends it and joins the next, and \. is a period. False at the end of input with nothing read.
-// The characters between escapes are taken in runs.
-bool readRawLine(std::string& out) {
+// The characters between escapes are taken in runs. `sawEscape`, if given, is
+// set when the line keeps an escape character.
+bool readRawLine(std::string& out, bool* sawEscape = nullptr) {
     out.clear();
+    if (sawEscape) *sawEscape = false;
     const char escape = escapeChar();
     const bool* stops = lineStops();
     bool sawAny = false;
@@ -109,6 +137,7 @@ bool readRawLine(std::string& out) {
             int d = TVGetc();
             if (d == -1) {
                 out += escape;
+                if (sawEscape) *sawEscape = true;
                 return true;
             }
             if (d == kNewline) continue;
@@ -117,13 +146,13 @@ bool readRawLine(std::string& out) {
                 continue;
             }
             if (d == '"' || d == '#') {
-                int e;
-                do e = TVGetc(); while (e != kNewline && e != -1);
+                int e = skipComment();
                 if (d == '"' || e == -1) return true;
                 continue;
             }
             out += escape;
             out += static_cast<char>(d);
+            if (sawEscape) *sawEscape = true;
             continue;
         }
         out += static_cast<char>(c);
@@ -170,6 +199,7 @@ void dropBraces(std::string& text) {
 // The rest of a line interpolated as a request's arguments are. Without an
 // escape character in it, that is the rest as it stands.
 std::string_view normalRest(const Line& line) {
+    if (!line.mayHoldEscape) return line.rest;
     const char escape = escapeChar() != 0 ? escapeChar() : '\\';
     if (std::memchr(line.rest.data(), escape, line.rest.size()) == nullptr) return line.rest;
     scratch.text.clear();
@@ -808,8 +838,9 @@ void ropeAppendBlock(Rope* rope, const char* text, size_t n) {
 
 // Puts a native request's or macro's name and arguments into TVArgs for the
 // rule table; `units` are the rule's argument units.
-void setRuleArgs(std::string_view name, std::string_view rest, const char* units) {
-    splitRuleArgs(normalRest(Line{name, rest, 0}));
+void setRuleArgs(const Line& line, const char* units) {
+    const std::string_view name = line.name;
+    splitRuleArgs(normalRest(line));
     std::vector<ArgSpan>& spans = scratch.ruleArgs;
     std::string& text = scratch.ruleText;
     // The rules take nine arguments: the ninth gets the rest, so that a
@@ -832,7 +863,8 @@ void setRuleArgs(std::string_view name, std::string_view rest, const char* units
     const void* nul = std::memchr(name.data(), '\0', name.size());
     size_t nameLength = nul ? static_cast<size_t>(static_cast<const char*>(nul) - name.data()) : name.size();
     ropeAppendBlock(tv.TVArgs[0].get(), name.data(), nameLength);
-    const char escape = escapeChar();
+    // Only a line that held one can give an argument an escape character.
+    const char escape = line.mayHoldEscape ? escapeChar() : 0;
     for (size_t k = 0; k < spans.size(); k++) {
         Rope* rope = tv.TVArgs[k + 1 < kArgRopes ? k + 1 : kArgRopes - 1].get();
         const char* arg = text.data() + spans[k].start;
@@ -843,7 +875,7 @@ void setRuleArgs(std::string_view name, std::string_view rest, const char* units
         const char first = length > 0 ? arg[0] : '\0';
         bool isControl = first == tv.TVControlChar || first == tv.TVNoBreakControlChar;
         if (isControl && !(length > 1 && arg[1] >= '0' && arg[1] <= '9')) {
-            RopeAppend(rope, escape != 0 ? escape : '\\');
+            RopeAppend(rope, escapeChar() != 0 ? escapeChar() : '\\');
             RopeAppend(rope, '&');
         }
         // An escaped blank stays an escape whatever the package does
@@ -908,7 +940,8 @@ RoffLine RoffControlLine(int controlChar) {
     // Inside a copy region the classic reader takes every line as it is.
     if (tv.TVReturn.endCommand) return RoffLine::Classic;
     std::string& raw = scratch.raw;
-    readRawLine(raw);
+    bool sawEscape = false;
+    readRawLine(raw, &sawEscape);
     const char* p = raw.data();
     const char* end = p + raw.size();
     skipBlanks(p, end);
@@ -919,11 +952,13 @@ RoffLine RoffControlLine(int controlChar) {
     if (p == nameStart) return RoffLine::Done;
     std::string_view name(nameStart, static_cast<size_t>(p - nameStart));
     skipBlanks(p, end);
-    Line line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar};
+    // Without an escape character the line's text is all it can hold; with
+    // none set (eo), a backslash is still looked for.
+    Line line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, sawEscape || escape == 0};
 
     if (const std::string* body = roffStringGet(name)) {
-        std::string copy = *body;  // the call may redefine the macro
-        callMacro(line, copy);
+        // The body is read before anything the call does can redefine it.
+        callMacro(line, *body);
         return RoffLine::Done;
     }
     // A package's own macros have capitalised names that no request has.
@@ -940,7 +975,7 @@ RoffLine RoffControlLine(int controlChar) {
         units = TVRuleUnits(key);
     }
     if (units) {
-        setRuleArgs(name, line.rest, units);
+        setRuleArgs(line, units);
         return RoffLine::Dispatch;
     }
     std::string text(name);

@@ -114,7 +114,7 @@ bool roffGlyphKnown(const std::string& name);
 
 // Selects a font by any of its names (R, B, BI, CW, CB, HR, 1 to 9, P, ...);
 // false for a name only the classic font table may know.
-bool roffSelectFont(const std::string& name);
+bool roffSelectFont(std::string_view name);
 
 // True for a name the layer or the rule table answers as a request or macro.
 bool roffIsDefined(std::string_view name);
