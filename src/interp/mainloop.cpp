@@ -320,8 +320,7 @@ void TVCreateRopes() {
 int TVGetc() { return nextChar(); }
 
 void TVReadUntil(std::string& out, const bool* stop) {
-    // The byte 255 reads as the end of input: it always stops the run.
-    auto isStop = [stop](unsigned char c) { return c == 0xFF || stop[c]; };
+    auto isStop = [stop](unsigned char c) { return stop[c]; };
     int last = s.inC;
     int beforeLast = s.lastInC;
     if (!s.echoes.empty()) {

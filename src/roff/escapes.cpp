@@ -313,8 +313,7 @@ bool roffSelectFont(std::string_view name) {
     }
     int position = -1;
     if (name.size() <= 2) {
-        char key[3] = {};
-        std::memcpy(key, name.data(), name.size());
+        const char key[3] = {name[0], name.size() == 2 ? name[1] : '\0', '\0'};
         position = TVFontPositionOf(key);
     }
     if (position >= 0) {
@@ -331,7 +330,10 @@ bool roffSelectFont(std::string_view name) {
     return false;
 }
 
-bool RoffEscape(int letter, char lastOut) {
+namespace {
+
+// The escapes other than the commonest two.
+[[gnu::noinline]] bool otherEscape(int letter, char lastOut) {
     std::string text;
     switch (letter) {
         case '[':
@@ -363,17 +365,6 @@ bool RoffEscape(int letter, char lastOut) {
         case 'n':
             interpolateRegister();
             return true;
-        case 'f': {
-            // A one-character name, the common case, needs no string.
-            int c = TVGetc();
-            if (c != -1 && c != kNewline && c != '(' && c != '[') {
-                const char name = static_cast<char>(c);
-                roffSelectFont(std::string_view(&name, 1));
-            } else if (readNameFrom(c, text)) {
-                roffSelectFont(text);
-            }
-            return true;
-        }
         case 's':
             sizeChange();
             return true;
@@ -388,9 +379,6 @@ bool RoffEscape(int letter, char lastOut) {
             }
             return true;
         }
-        case '-':
-            pushLiteral(static_cast<unsigned char>(kEnDash));
-            return true;
         case '~':
             push(static_cast<char>(kUnpaddableSpace));
             return true;
@@ -466,6 +454,29 @@ bool RoffEscape(int letter, char lastOut) {
         default:
             return false;
     }
+}
+
+}  // namespace
+
+bool RoffEscape(int letter, char lastOut) {
+    // A font with a one-character name and the minus sign, the commonest
+    // escapes of manual pages, go without the string the others use.
+    if (letter == 'f') {
+        int c = TVGetc();
+        if (c != -1 && c != kNewline && c != '(' && c != '[') {
+            const char name = static_cast<char>(c);
+            roffSelectFont(std::string_view(&name, 1));
+            return true;
+        }
+        std::string text;
+        if (readNameFrom(c, text)) roffSelectFont(text);
+        return true;
+    }
+    if (letter == '-') {
+        pushLiteral(static_cast<unsigned char>(kEnDash));
+        return true;
+    }
+    return otherEscape(letter, lastOut);
 }
 
 namespace {

@@ -86,6 +86,7 @@ const bool* lineStops() {
     if (escape != madeFor) {
         std::fill(std::begin(stops), std::end(stops), false);
         stops[kNewline] = true;
+        stops[0xFF] = true;  // read as the end of input
         if (escape != 0) stops[escape] = true;  // 0: no escape character
         madeFor = escape;
     }
@@ -97,6 +98,7 @@ const bool* newlineStops() {
     static const auto stops = [] {
         std::array<bool, 256> table{};
         table[kNewline] = true;
+        table[0xFF] = true;  // read as the end of input
         return table;
     }();
     return stops.data();
