@@ -131,6 +131,11 @@ void TVArgsEmpty();
 
 // The one character reader: pushed-back text first, then the input file.
 int TVGetc();
+// Appends to `out` the characters TVGetc would give up to the first whose
+// byte is marked in `stop` (256 entries), which is left unread, or the end of
+// input. The same reads, done in one go. `stop` must mark the byte 255, which
+// TVGetc gives as the end of input.
+void TVReadUntil(std::string& out, const bool* stop);
 // Puts `text` in front of the unread input at once, within the expansion
 // budget that every pushed character counts against.
 void TVUnread(const char* text, size_t length);

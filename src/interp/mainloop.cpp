@@ -586,6 +586,78 @@ void TVCreateRopes() {
 
 int TVGetc() { return nextChar(); }
 
+void TVReadUntil(std::string& out, const bool* stop) {
+    auto isStop = [stop](unsigned char c) { return stop[c]; };
+    int last = s.inC;
+    int beforeLast = s.lastInC;
+    if (!s.echoes.empty()) {
+        // The pushback is reversed: its run is the stretch before the last
+        // stop, copied back to front.
+        const char* first = s.echoes.data();
+        const char* p = first + s.echoes.size();
+        while (p != first && !isStop(static_cast<unsigned char>(p[-1]))) p--;
+        auto count = static_cast<size_t>(first + s.echoes.size() - p);
+        if (count != 0) {
+            size_t old = out.size();
+            out.resize(old + count);
+            std::reverse_copy(p, p + count, out.begin() + static_cast<std::ptrdiff_t>(old));
+            beforeLast = count >= 2 ? static_cast<signed char>(p[1]) : last;
+            last = static_cast<signed char>(p[0]);
+            s.echoes.resize(s.echoes.size() - count);
+            s.wasFromEchoes = true;
+        }
+        if (!s.echoes.empty()) {
+            s.inC = last;
+            s.lastInC = beforeLast;
+            return;
+        }
+    }
+    InputStream& in = driver.stdIn;
+    if (in.file) {
+        bool isFromInput = false;
+        for (;;) {
+#ifdef __GLIBC__
+            // Scanned in place in the input's buffer, as a plain run is.
+            FILE* f = in.file;
+            const char* begin = f->_IO_read_ptr;
+            const char* p = begin;
+            const char* end = f->_IO_read_end;
+            while (p != end && !isStop(static_cast<unsigned char>(*p))) p++;
+            if (p != begin) {
+                out.append(begin, p);
+                f->_IO_read_ptr = const_cast<char*>(p);
+                auto count = static_cast<int32_t>(p - begin);
+                in.column += count;
+                beforeLast = count >= 2 ? static_cast<signed char>(p[-2]) : last;
+                last = static_cast<signed char>(p[-1]);
+                in.lastChar = static_cast<unsigned char>(p[-1]);
+                isFromInput = true;
+            }
+            if (p != end) break;
+#endif
+            int raw = getc_unlocked(in.file);
+            if (raw == EOF) break;
+            if (isStop(static_cast<unsigned char>(raw))) {
+                std::ungetc(raw, in.file);
+                break;
+            }
+            out += static_cast<char>(raw);
+            in.lastChar = raw;
+            in.column++;
+            isFromInput = true;
+            beforeLast = last;
+            last = static_cast<signed char>(raw);
+        }
+        if (isFromInput) {
+            s.wasFromEchoes = false;
+            s.pushedSinceInput = 0;
+            s.isDroppingExpansion = false;
+        }
+    }
+    s.inC = last;
+    s.lastInC = beforeLast;
+}
+
 void TVUnread(const char* text, size_t length) { pushBack(text, length); }
 
 void TVPushAction(int action) {

@@ -1383,7 +1383,7 @@ void line(const Macro& m, Span& span) {
     flush();
 }
 
-bool mdocLine(const std::string& name, std::string_view rest) {
+bool mdocLine(std::string_view name, std::string_view rest) {
     const Macro* m = findMacro(name);
     if (!m) return false;
     bool isColumnRow = m->id == Id::It && !s.blocks.empty() && s.blocks.back().type == ListType::Column;

@@ -31,9 +31,8 @@ bool isBlankOut(char c) { return c == ' ' || c == kNewline || c == kTab || c == 
 
 // Reads the name of an escape from the input: one character, "(xx" or
 // "[name]". False (after nothing else is read) at the end of the line.
-bool readName(std::string& name) {
+bool readNameFrom(int c, std::string& name) {
     name.clear();
-    int c = TVGetc();
     if (c == -1 || c == kNewline) return false;
     if (c == '(') {
         for (int i = 0; i < 2; i++) {
@@ -60,6 +59,8 @@ bool readName(std::string& name) {
     roffResolveName(name);
     return true;
 }
+
+bool readName(std::string& name) { return readNameFrom(TVGetc(), name); }
 
 // The escapes that take a delimited argument of their own.
 constexpr const char kDelimitedEscapes[] = "whvlLoDXZbxHSNCBAR";
@@ -305,12 +306,16 @@ bool roffGlyphKnown(const std::string& name) {
     return glyphByName(name, g);
 }
 
-bool roffSelectFont(const std::string& name) {
+bool roffSelectFont(std::string_view name) {
     if (name.empty() || name == "P") {
         std::swap(tv.TVFamilyStyle, tv.TVLastFamilyStyle);
         return true;
     }
-    int position = name.size() <= 2 ? TVFontPositionOf(name.c_str()) : -1;
+    int position = -1;
+    if (name.size() <= 2) {
+        const char key[3] = {name[0], name.size() == 2 ? name[1] : '\0', '\0'};
+        position = TVFontPositionOf(key);
+    }
     if (position >= 0) {
         tv.TVLastFamilyStyle = tv.TVFamilyStyle;
         TVFontSetByPosition(static_cast<unsigned>(position));
@@ -325,7 +330,10 @@ bool roffSelectFont(const std::string& name) {
     return false;
 }
 
-bool RoffEscape(int letter, char lastOut) {
+namespace {
+
+// The escapes other than the commonest two.
+[[gnu::noinline]] bool otherEscape(int letter, char lastOut) {
     std::string text;
     switch (letter) {
         case '[':
@@ -357,9 +365,6 @@ bool RoffEscape(int letter, char lastOut) {
         case 'n':
             interpolateRegister();
             return true;
-        case 'f':
-            if (readName(text)) roffSelectFont(text);
-            return true;
         case 's':
             sizeChange();
             return true;
@@ -374,9 +379,6 @@ bool RoffEscape(int letter, char lastOut) {
             }
             return true;
         }
-        case '-':
-            pushLiteral(static_cast<unsigned char>(kEnDash));
-            return true;
         case '~':
             push(static_cast<char>(kUnpaddableSpace));
             return true;
@@ -452,6 +454,29 @@ bool RoffEscape(int letter, char lastOut) {
         default:
             return false;
     }
+}
+
+}  // namespace
+
+bool RoffEscape(int letter, char lastOut) {
+    // A font with a one-character name and the minus sign, the commonest
+    // escapes of manual pages, go without the string the others use.
+    if (letter == 'f') {
+        int c = TVGetc();
+        if (c != -1 && c != kNewline && c != '(' && c != '[') {
+            const char name = static_cast<char>(c);
+            roffSelectFont(std::string_view(&name, 1));
+            return true;
+        }
+        std::string text;
+        if (readNameFrom(c, text)) roffSelectFont(text);
+        return true;
+    }
+    if (letter == '-') {
+        pushLiteral(static_cast<unsigned char>(kEnDash));
+        return true;
+    }
+    return otherEscape(letter, lastOut);
 }
 
 namespace {

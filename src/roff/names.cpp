@@ -145,13 +145,21 @@ void roffWarnOnce(const std::string& key, const std::string& message) {
 }
 
 const std::string* roffStringGet(std::string_view name) {
-    auto found = roff.strings.find(std::string(name));
+    if (!roff.stringNames.test(nameFilterKey(name))) return nullptr;
+    auto found = roff.strings.find(name);
     if (found != roff.strings.end()) return &found->second;
     return nullptr;
 }
 
+std::string& roffStringSlot(std::string_view name) {
+    roff.stringNames.set(nameFilterKey(name));
+    auto found = roff.strings.find(name);
+    if (found != roff.strings.end()) return found->second;
+    return roff.strings[std::string(name)];
+}
+
 std::string roffRegisterText(std::string_view name, int step) {
-    auto found = roff.registers.find(std::string(name));
+    auto found = roff.registers.find(name);
     if (found != roff.registers.end()) {
         Register& r = found->second;
         r.value += step * r.step;
@@ -163,7 +171,7 @@ std::string roffRegisterText(std::string_view name, int step) {
 }
 
 std::string roffRegisterFormat(std::string_view name) {
-    auto found = roff.registers.find(std::string(name));
+    auto found = roff.registers.find(name);
     if (found == roff.registers.end()) return "";
     std::string format = found->second.format;
     for (char& c : format) {
@@ -173,7 +181,7 @@ std::string roffRegisterFormat(std::string_view name) {
 }
 
 bool roffRegisterValue(std::string_view name, int64_t& value) {
-    auto found = roff.registers.find(std::string(name));
+    auto found = roff.registers.find(name);
     if (found != roff.registers.end()) {
         value = found->second.value;
         return true;
@@ -320,6 +328,7 @@ void roffInterpolate(std::string_view in, std::string& out, bool isCopyMode, int
     const char* p = in.data();
     const char* end = p + in.size();
     const char escape = tv.TVEscapeChar != 0 ? tv.TVEscapeChar : '\\';
+    std::string name, args;  // kept from escape to escape, for their room
     while (p < end) {
         if (out.size() > kMaxLineLength) {
             roffWarnOnce("line-length", "Expansion too long; rest dropped.");
@@ -337,7 +346,8 @@ void roffInterpolate(std::string_view in, std::string& out, bool isCopyMode, int
             return;
         }
         char letter = *p++;
-        std::string name, args;
+        name.clear();
+        args.clear();
         switch (letter) {
             case '*': {
                 if (!roffReadName(p, end, name, &args)) break;

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -38,6 +39,9 @@ struct Line {
     std::string_view name;
     std::string_view rest;
     int controlChar;
+    // False when the line is known to hold no escape character, which spares
+    // the search for one.
+    bool mayHoldEscape = true;
 };
 
 // What a handler does with its line: true when done, false when the line is
@@ -49,11 +53,22 @@ struct RoffRequest {
     RoffHandler handler;
 };
 
+// An argument for the rule table: where it lies in Scratch::ruleText.
+struct ArgSpan {
+    size_t start;
+    size_t length;
+};
+
 // Scratch text reused from line to line.
 struct Scratch {
     std::string raw;
     std::string text;
+    std::string skipped;  // a comment's text
     std::vector<std::string> args;
+    // The arguments of a line for the rule table, one after the other with a
+    // blank after each.
+    std::string ruleText;
+    std::vector<ArgSpan> ruleArgs;
 };
 Scratch scratch;
 
@@ -62,14 +77,60 @@ RoffPackageLine packageLine = nullptr;
 
 char escapeChar() { return tv.TVEscapeChar; }
 
+// The bytes that end a run of a raw line: the newline and the escape
+// character. Made again only when the escape character changes.
+const bool* lineStops() {
+    static bool stops[256];
+    static int madeFor = -1;
+    const int escape = static_cast<unsigned char>(escapeChar());
+    if (escape != madeFor) {
+        std::fill(std::begin(stops), std::end(stops), false);
+        stops[kNewline] = true;
+        stops[0xFF] = true;  // read as the end of input
+        if (escape != 0) stops[escape] = true;  // 0: no escape character
+        madeFor = escape;
+    }
+    return stops;
+}
+
+// The newline alone: what ends a comment.
+const bool* newlineStops() {
+    static const auto stops = [] {
+        std::array<bool, 256> table{};
+        table[kNewline] = true;
+        table[0xFF] = true;  // read as the end of input
+        return table;
+    }();
+    return stops.data();
+}
+
+// Reads the rest of a comment, in runs, up to and with its newline; -1 when
+// the input ends first, else the newline.
+int skipComment() {
+    std::string& skipped = scratch.skipped;
+    for (;;) {
+        skipped.clear();
+        TVReadUntil(skipped, newlineStops());
+        int c = TVGetc();
+        if (c == kNewline || c == -1) return c;
+    }
+}
+
 // Reads the rest of the current input line, up to and without its newline:
 // an escaped newline joins the next line, a comment (\") ends the line, \#
 // ends it and joins the next, and \. is a period. False at the end of input with nothing read.
-bool readRawLine(std::string& out) {
+// The characters between escapes are taken in runs. `sawEscape`, if given, is
+// set when the line keeps an escape character.
+bool readRawLine(std::string& out, bool* sawEscape = nullptr) {
     out.clear();
+    if (sawEscape) *sawEscape = false;
     const char escape = escapeChar();
+    const bool* stops = lineStops();
     bool sawAny = false;
     for (;;) {
+        size_t before = out.size();
+        TVReadUntil(out, stops);
+        if (out.size() != before) sawAny = true;
         int c = TVGetc();
         if (c == -1) return sawAny;
         sawAny = true;
@@ -78,6 +139,7 @@ bool readRawLine(std::string& out) {
             int d = TVGetc();
             if (d == -1) {
                 out += escape;
+                if (sawEscape) *sawEscape = true;
                 return true;
             }
             if (d == kNewline) continue;
@@ -86,13 +148,13 @@ bool readRawLine(std::string& out) {
                 continue;
             }
             if (d == '"' || d == '#') {
-                int e;
-                do e = TVGetc(); while (e != kNewline && e != -1);
+                int e = skipComment();
                 if (d == '"' || e == -1) return true;
                 continue;
             }
             out += escape;
             out += static_cast<char>(d);
+            if (sawEscape) *sawEscape = true;
             continue;
         }
         out += static_cast<char>(c);
@@ -136,8 +198,12 @@ void dropBraces(std::string& text) {
     text.resize(to);
 }
 
-// The rest of a line interpolated as a request's arguments are.
-const std::string& normalRest(const Line& line) {
+// The rest of a line interpolated as a request's arguments are. Without an
+// escape character in it, that is the rest as it stands.
+std::string_view normalRest(const Line& line) {
+    if (!line.mayHoldEscape) return line.rest;
+    const char escape = escapeChar() != 0 ? escapeChar() : '\\';
+    if (std::memchr(line.rest.data(), escape, line.rest.size()) == nullptr) return line.rest;
     scratch.text.clear();
     roffInterpolate(line.rest, scratch.text, false);
     dropBraces(scratch.text);
@@ -269,7 +335,10 @@ void readBody(std::string_view endName, std::string* body) {
 // A name the macro package or the troff requests answer natively keeps its
 // native meaning: a user's definition would lose its paragraph formats.
 bool isNative(std::string_view name) {
-    return name.size() <= 2 && TVHasRule(std::string(name).c_str());
+    if (name.size() > 2) return false;
+    char key[3] = {};
+    std::memcpy(key, name.data(), name.size());
+    return TVHasRule(key);
 }
 
 bool refuseNative(std::string_view name) {
@@ -294,7 +363,7 @@ bool defineMacro(const Line& line, bool isAppend) {
         if (const std::string* old = roffStringGet(name)) body = *old;
     }
     readBody(endName, &body);
-    roff.strings[name] = std::move(body);
+    roffStringSlot(name) = std::move(body);
     return true;
 }
 
@@ -320,7 +389,7 @@ bool defineString(const Line& line, bool isAppend) {
         }
     }
     roffInterpolate(value, text, true);
-    roff.strings[name] = std::move(text);
+    roffStringSlot(name) = std::move(text);
     return true;
 }
 
@@ -328,7 +397,7 @@ bool dsRequest(const Line& line) { return defineString(line, false); }
 bool asRequest(const Line& line) { return defineString(line, true); }
 
 bool rmRequest(const Line& line) {
-    const std::string& rest = normalRest(line);
+    std::string_view rest = normalRest(line);
     roffSplitArgs(rest, scratch.args);
     for (const std::string& name : scratch.args) roff.strings.erase(name);
     return true;
@@ -341,7 +410,7 @@ bool rnRequest(const Line& line) {
     if (found == roff.strings.end()) return true;
     std::string value = std::move(found->second);
     roff.strings.erase(found);
-    roff.strings[scratch.args[1]] = std::move(value);
+    roffStringSlot(scratch.args[1]) = std::move(value);
     return true;
 }
 
@@ -351,9 +420,9 @@ bool alsRequest(const Line& line) {
     if (scratch.args.size() < 2 || refuseNative(scratch.args[0])) return true;
     const std::string& to = scratch.args[1];
     if (const std::string* value = roffStringGet(to)) {
-        roff.strings[scratch.args[0]] = *value;
+        roffStringSlot(scratch.args[0]) = *value;
     } else if (isNative(to)) {
-        roff.strings[scratch.args[0]] = "." + to + " \\$@\n";
+        roffStringSlot(scratch.args[0]) = "." + to + " \\$@\n";
     }
     return true;
 }
@@ -361,7 +430,7 @@ bool alsRequest(const Line& line) {
 // ---- Registers ------------------------------------------------------------------------
 
 bool nrRequest(const Line& line) {
-    const std::string& rest = normalRest(line);
+    std::string_view rest = normalRest(line);
     std::string_view tail;
     std::string name(firstWord(rest, &tail));
     if (name.empty()) return true;
@@ -507,7 +576,7 @@ bool nopRequest(const Line& line) {
 
 // tl: the three parts of a title, one blank apart, on a line of their own.
 bool tlRequest(const Line& line) {
-    const std::string& rest = normalRest(line);
+    std::string_view rest = normalRest(line);
     if (rest.empty()) return true;
     char delimiter = rest[0];
     std::string text = ".br\n";
@@ -574,7 +643,7 @@ bool fillRequest(const Line&) {
 // tr: pairs of characters, the first of each written as the second; an odd
 // one out becomes a blank.
 bool trRequest(const Line& line) {
-    const std::string& rest = normalRest(line);
+    std::string_view rest = normalRest(line);
     std::string_view pairs = firstWord(rest);
     for (size_t i = 0; i < pairs.size(); i += 2) {
         unsigned char from = static_cast<unsigned char>(pairs[i]);
@@ -647,12 +716,34 @@ constexpr RoffRequest kRequests[] = {
     {"writec", ignoreRequest},   {"writem", ignoreRequest},
 };
 
+// The rows of kRequests by the first byte of their names: every control line
+// searches the table, and most of them (the package's capitalised macros)
+// find no row with their first byte.
+struct RequestRange {
+    uint16_t first = 0;
+    uint16_t last = 0;
+};
+constexpr auto kRequestsByFirstByte = [] {
+    std::array<RequestRange, 256> ranges{};
+    for (size_t i = 0; i < std::size(kRequests); i++) {
+        RequestRange& range = ranges[static_cast<unsigned char>(kRequests[i].name[0])];
+        if (range.last == 0) range.first = static_cast<uint16_t>(i);
+        range.last = static_cast<uint16_t>(i + 1);
+    }
+    return ranges;
+}();
+
 const RoffRequest* findRequest(std::string_view name) {
-    const RoffRequest* first = std::begin(kRequests);
-    const RoffRequest* last = std::end(kRequests);
-    const RoffRequest* found = std::lower_bound(
-        first, last, name, [](const RoffRequest& row, std::string_view key) { return row.name < key; });
-    return found != last && found->name == name ? found : nullptr;
+    if (name.empty()) return nullptr;
+    const RequestRange& range = kRequestsByFirstByte[static_cast<unsigned char>(name[0])];
+    for (size_t i = range.first; i < range.last; i++) {
+        std::string_view row = kRequests[i].name;
+        if (row.size() != name.size()) continue;
+        size_t k = 1;
+        while (k < row.size() && row[k] == name[k]) k++;
+        if (k == row.size()) return &kRequests[i];
+    }
+    return nullptr;
 }
 
 // ---- Arguments for the rule table ---------------------------------------------------------
@@ -675,20 +766,137 @@ bool isPlainNumber(std::string_view arg) {
 
 // An expression in a numeric argument (\w'...'u+2n, \n[x]u, 1+1) becomes the
 // number it stands for in the argument's default unit, keeping a sign that
-// makes it relative.
-void evaluateNumericArg(std::string& arg, char unit) {
-    if (arg.empty() || isPlainNumber(arg)) return;
+// makes it relative: true with that number in `number`, false when the
+// argument stays as it is.
+bool evaluateNumericArg(std::string_view arg, char unit, std::string& number) {
+    if (arg.empty() || isPlainNumber(arg)) return false;
     double factor = roffUnitFactor(unit);
-    if (factor == 0) return;
+    if (factor == 0) return false;
     const char* p = arg.data();
     const char* end = p + arg.size();
-    std::string sign;
-    if (*p == '+' || *p == '-') sign = *p++;
+    number.clear();
+    if (*p == '+' || *p == '-') number = *p++;
     int64_t value = 0;
-    if (!roffExpression(p, end, unit, value) || p != end) return;
-    char number[64];
-    std::snprintf(number, sizeof number, "%.4f%c", static_cast<double>(value) / factor, unit);
-    arg = sign + number;
+    if (!roffExpression(p, end, unit, value) || p != end) return false;
+    char digits[64];
+    std::snprintf(digits, sizeof digits, "%.4f%c", static_cast<double>(value) / factor, unit);
+    number += digits;
+    return true;
+}
+
+// Splits a line's arguments as roffSplitArgs does, into scratch.ruleText and
+// scratch.ruleArgs, each argument followed by a blank.
+void splitRuleArgs(std::string_view rest) {
+    std::string& text = scratch.ruleText;
+    std::vector<ArgSpan>& spans = scratch.ruleArgs;
+    text.clear();
+    spans.clear();
+    size_t i = 0, n = rest.size();
+    while (i < n) {
+        while (i < n && (rest[i] == ' ' || rest[i] == '\t')) i++;
+        if (i >= n) break;
+        size_t start = text.size();
+        if (rest[i] == '"') {
+            // Runs between quotes and escapes go in whole.
+            i++;
+            size_t run = i;
+            while (i < n) {
+                if (rest[i] == '"') {
+                    text.append(rest.data() + run, i - run);
+                    if (i + 1 < n && rest[i + 1] == '"') {
+                        text += '"';
+                        i += 2;
+                        run = i;
+                        continue;
+                    }
+                    i++;
+                    run = i;
+                    break;
+                }
+                i += rest[i] == '\\' && i + 1 < n ? 2 : 1;
+            }
+            if (run < i) text.append(rest.data() + run, i - run);
+        } else {
+            size_t from = i;
+            while (i < n && rest[i] != ' ' && rest[i] != '\t') i += rest[i] == '\\' && i + 1 < n ? 2 : 1;
+            text.append(rest.data() + from, i - from);
+        }
+        spans.push_back(ArgSpan{start, text.size() - start});
+        text += ' ';
+    }
+}
+
+// Appends n characters to a rope as n RopeAppend calls would, at once when
+// they fit.
+void ropeAppendBlock(Rope* rope, const char* text, size_t n) {
+    if (rope->text && n <= rope->capacity - rope->length) {
+        std::memcpy(rope->text + rope->length, text, n);
+        rope->length += static_cast<uint32_t>(n);
+        rope->text[rope->length] = '\0';
+        return;
+    }
+    for (size_t i = 0; i < n; i++) RopeAppend(rope, text[i]);
+}
+
+// Puts a native request's or macro's name and arguments into TVArgs for the
+// rule table; `units` are the rule's argument units.
+void setRuleArgs(const Line& line, const char* units) {
+    const std::string_view name = line.name;
+    splitRuleArgs(normalRest(line));
+    std::vector<ArgSpan>& spans = scratch.ruleArgs;
+    std::string& text = scratch.ruleText;
+    // The rules take nine arguments: the ninth gets the rest, so that a
+    // heading of many words keeps them all (one blank apart).
+    constexpr size_t kRuleArgs = 9;
+    if (spans.size() > kRuleArgs) {
+        ArgSpan& ninth = spans[kRuleArgs - 1];
+        ninth.length = spans.back().start + spans.back().length - ninth.start;
+        spans.resize(kRuleArgs);
+    }
+    for (size_t k = 0; k < spans.size() && units[k] != '\0'; k++) {
+        std::string_view arg(text.data() + spans[k].start, spans[k].length);
+        if (evaluateNumericArg(arg, units[k], scratch.text)) {
+            spans[k] = ArgSpan{text.size(), scratch.text.size()};
+            text += scratch.text;
+        }
+    }
+    TVArgsEmpty();
+    // The name as a C string, to its first NUL.
+    const void* nul = std::memchr(name.data(), '\0', name.size());
+    size_t nameLength = nul ? static_cast<size_t>(static_cast<const char*>(nul) - name.data()) : name.size();
+    ropeAppendBlock(tv.TVArgs[0].get(), name.data(), nameLength);
+    // Only a line that held one can give an argument an escape character.
+    const char escape = line.mayHoldEscape ? escapeChar() : 0;
+    for (size_t k = 0; k < spans.size(); k++) {
+        Rope* rope = tv.TVArgs[k + 1 < kArgRopes ? k + 1 : kArgRopes - 1].get();
+        const char* arg = text.data() + spans[k].start;
+        const size_t length = spans[k].length;
+        // Packages hand text arguments back as lines: one that begins
+        // with a control character must stay text, as in troff, where
+        // the macro sets it after a font change. Numbers (.5i) stay.
+        const char first = length > 0 ? arg[0] : '\0';
+        bool isControl = first == tv.TVControlChar || first == tv.TVNoBreakControlChar;
+        if (isControl && !(length > 1 && arg[1] >= '0' && arg[1] <= '9')) {
+            RopeAppend(rope, escapeChar() != 0 ? escapeChar() : '\\');
+            RopeAppend(rope, '&');
+        }
+        // An escaped blank stays an escape whatever the package does
+        // with the blanks of an argument.
+        size_t i = 0;
+        while (i < length) {
+            const void* found = escape != 0 ? std::memchr(arg + i, escape, length - i) : nullptr;
+            size_t at = found ? static_cast<size_t>(static_cast<const char*>(found) - arg) : length;
+            ropeAppendBlock(rope, arg + i, at - i);
+            if (at == length) break;
+            RopeAppend(rope, escape);
+            if (at + 1 < length) {
+                RopeAppend(rope, arg[at + 1] == ' ' ? '~' : arg[at + 1]);
+                i = at + 2;
+            } else {
+                i = at + 1;
+            }
+        }
+    }
 }
 
 // ---- Macro calls ---------------------------------------------------------------------------
@@ -734,7 +942,8 @@ RoffLine RoffControlLine(int controlChar) {
     // Inside a copy region the classic reader takes every line as it is.
     if (tv.TVReturn.endCommand) return RoffLine::Classic;
     std::string& raw = scratch.raw;
-    readRawLine(raw);
+    bool sawEscape = false;
+    readRawLine(raw, &sawEscape);
     const char* p = raw.data();
     const char* end = p + raw.size();
     skipBlanks(p, end);
@@ -743,13 +952,15 @@ RoffLine RoffControlLine(int controlChar) {
     while (p < end && *p != ' ' && *p != '\t' && !(escape != 0 && *p == escape)) p++;
     // A line of only the control character, a comment or the end of a block.
     if (p == nameStart) return RoffLine::Done;
-    std::string name(nameStart, p);
+    std::string_view name(nameStart, static_cast<size_t>(p - nameStart));
     skipBlanks(p, end);
-    Line line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar};
+    // Without an escape character the line's text is all it can hold; with
+    // none set (eo), a backslash is still looked for.
+    Line line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, sawEscape || escape == 0};
 
     if (const std::string* body = roffStringGet(name)) {
-        std::string copy = *body;  // the call may redefine the macro
-        callMacro(line, copy);
+        // The body is read before anything the call does can redefine it.
+        callMacro(line, *body);
         return RoffLine::Done;
     }
     // A package's own macros have capitalised names that no request has.
@@ -757,53 +968,27 @@ RoffLine RoffControlLine(int controlChar) {
     if (const RoffRequest* request = findRequest(name)) {
         if (request->handler(line)) return RoffLine::Done;
     }
-    if (isNative(name)) {
-        roffSplitArgs(normalRest(line), scratch.args);
-        // The rules take nine arguments: the ninth gets the rest, so that a
-        // heading of many words keeps them all.
-        constexpr size_t kRuleArgs = 9;
-        while (scratch.args.size() > kRuleArgs) {
-            scratch.args[kRuleArgs - 1] += ' ' + scratch.args[kRuleArgs];
-            scratch.args.erase(scratch.args.begin() + kRuleArgs);
-        }
-        if (const char* units = TVRuleUnits(name.c_str())) {
-            for (size_t k = 0; k < scratch.args.size() && units[k] != '\0'; k++) {
-                evaluateNumericArg(scratch.args[k], units[k]);
-            }
-        }
-        TVArgsEmpty();
-        RopeCatString(tv.TVArgs[0].get(), name.c_str());
-        for (size_t k = 0; k < scratch.args.size(); k++) {
-            Rope* rope = tv.TVArgs[k + 1 < kArgRopes ? k + 1 : kArgRopes - 1].get();
-            const std::string& arg = scratch.args[k];
-            // Packages hand text arguments back as lines: one that begins
-            // with a control character must stay text, as in troff, where
-            // the macro sets it after a font change. Numbers (.5i) stay.
-            bool isControl = arg[0] == tv.TVControlChar || arg[0] == tv.TVNoBreakControlChar;
-            if (isControl && !(arg.size() > 1 && arg[1] >= '0' && arg[1] <= '9')) {
-                RopeAppend(rope, escape != 0 ? escape : '\\');
-                RopeAppend(rope, '&');
-            }
-            // An escaped blank stays an escape whatever the package does
-            // with the blanks of an argument.
-            for (size_t i = 0; i < arg.size(); i++) {
-                RopeAppend(rope, arg[i]);
-                if (arg[i] == escape && escape != 0 && i + 1 < arg.size()) {
-                    RopeAppend(rope, arg[i + 1] == ' ' ? '~' : arg[i + 1]);
-                    i++;
-                }
-            }
-        }
+    // A name the rule table answers (two characters at most) has units, if
+    // only "".
+    const char* units = nullptr;
+    if (name.size() <= 2) {
+        char key[3] = {};
+        std::memcpy(key, name.data(), name.size());
+        units = TVRuleUnits(key);
+    }
+    if (units) {
+        setRuleArgs(line, units);
         return RoffLine::Dispatch;
     }
-    roffWarnOnce("macro " + name, "Unknown macro or request " + name + "; line dropped.");
+    std::string text(name);
+    roffWarnOnce("macro " + text, "Unknown macro or request " + text + "; line dropped.");
     return RoffLine::Done;
 }
 
 void RoffSetPackageLine(RoffPackageLine handler) { packageLine = handler; }
 
 void roffDefineString(std::string_view name, std::string_view value) {
-    roff.strings[std::string(name)] = std::string(value);
+    roffStringSlot(name) = std::string(value);
 }
 
 bool RoffReadLine(std::string& out) { return readRawLine(out); }

@@ -41,7 +41,7 @@ int RoffTextByte(int c);
 // every control line that is no string, macro or request of the layer, with
 // the name and the arguments interpolated. It returns false for a name that
 // is none of its macros (the line then goes on as any other).
-using RoffPackageLine = bool (*)(const std::string& name, std::string_view rest);
+using RoffPackageLine = bool (*)(std::string_view name, std::string_view rest);
 void RoffSetPackageLine(RoffPackageLine handler);
 
 // Defines the string `name` as `value`, taken as it is (as .ds takes a value

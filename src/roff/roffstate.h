@@ -3,10 +3,12 @@
 // tests include it.
 #pragma once
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <functional>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -29,11 +31,31 @@ struct Register {
     std::string format = "1";
 };
 
+// Names are looked up by a view of them, without a string made for the key.
+struct NameHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view name) const { return std::hash<std::string_view>{}(name); }
+};
+template <class Value>
+using NameTable = std::unordered_map<std::string, Value, NameHash, std::equal_to<>>;
+
+// The first two bytes of a name (the second 0 for a one-byte name), for the
+// filter of string names below.
+inline size_t nameFilterKey(std::string_view name) {
+    size_t first = name.empty() ? 0 : static_cast<unsigned char>(name[0]);
+    size_t second = name.size() < 2 ? 0 : static_cast<unsigned char>(name[1]);
+    return first << 8 | second;
+}
+
 struct RoffState {
     // Strings and macros share one table, as in troff: a macro is a string
-    // whose value is read as lines.
-    std::unordered_map<std::string, std::string> strings;
-    std::unordered_map<std::string, Register> registers;
+    // whose value is read as lines. Only roffStringSlot adds to it.
+    NameTable<std::string> strings;
+    // The first two bytes of every name that was ever given a string or
+    // macro: a control line whose name has no mark here (most of them, the
+    // package's own macros) is known to call none without hashing it.
+    std::bitset<65536> stringNames;
+    NameTable<Register> registers;
     // The answers of the ie requests not yet taken by an el, newest last.
     std::vector<bool> elStack;
     // Names already warned about, so that each gives one warning.
@@ -58,6 +80,9 @@ void roffWarn(const std::string& message);
 // The value of a string or macro, or null: the layer's own table first, then
 // the strings the macro package defined.
 const std::string* roffStringGet(std::string_view name);
+// The value of the string or macro `name` to be set (empty when it is new):
+// every definition goes through here, which keeps the filter of names.
+std::string& roffStringSlot(std::string_view name);
 
 // Interpolates \*, \n, \$ (empty outside a macro), \w, \B and \A in `in`,
 // appending to `out`. In copy mode (definitions) a doubled escape character
@@ -89,7 +114,7 @@ bool roffGlyphKnown(const std::string& name);
 
 // Selects a font by any of its names (R, B, BI, CW, CB, HR, 1 to 9, P, ...);
 // false for a name only the classic font table may know.
-bool roffSelectFont(const std::string& name);
+bool roffSelectFont(std::string_view name);
 
 // True for a name the layer or the rule table answers as a request or macro.
 bool roffIsDefined(std::string_view name);
