@@ -259,8 +259,10 @@ def module_of(source, program):
 
 def callgrind_modules(program, args, path, d):
     """Instructions of one run under callgrind, by module: each function's own
-    instructions (those of the code inlined into it included) go to the module
-    of the file it is defined in."""
+    instructions (those of the code inlined into it included) go to one
+    module, the folder under src/ of the source file most of them come from
+    (callgrind names the file of a function's first instruction, which may be
+    a header inlined into it), else the library they come from."""
     out = os.path.join(d, "callgrind.out")
     subprocess.run(["valgrind", "--tool=callgrind", "--callgrind-out-file=" + out] + [program] + args + [path],
                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
@@ -269,9 +271,9 @@ def callgrind_modules(program, args, path, d):
     kinds = {"fl": "file", "fi": "file", "fe": "file", "cfl": "file", "cfi": "file",
              "fn": "fn", "cfn": "fn", "ob": "ob", "cob": "ob"}
     names = {}
-    totals = collections.Counter()
-    file_now = ""   # the file of the last fl= line: the functions that follow are in it
-    module = ""     # the module the current function's instructions go to
+    by_function = collections.defaultdict(collections.Counter)  # function -> source file -> instructions
+    file_now = ""   # the source file the cost lines that follow come from
+    function = ""
     skip_next = False
     with open(out) as f:
         for line in f:
@@ -281,7 +283,7 @@ def callgrind_modules(program, args, path, d):
                     continue
                 cost = line.split()
                 if len(cost) >= 2:
-                    totals[module] += int(cost[-1])
+                    by_function[function][file_now] += int(cost[-1])
                 continue
             key, _, value = line.rstrip("\n").partition("=")
             if key in kinds:
@@ -289,13 +291,18 @@ def callgrind_modules(program, args, path, d):
                 if name:
                     names[(kinds[key], ident)] = name
                 name = names.get((kinds[key], ident), ident)
-                if key == "fl":
+                if key in ("fl", "fi", "fe"):
                     file_now = name
                 elif key == "fn":
-                    module = module_of(file_now, program)
+                    function = name
             elif key == "calls":
                 skip_next = True
     os.unlink(out)
+    totals = collections.Counter()
+    for files in by_function.values():
+        own = [(n, fl) for fl, n in files.items() if "/src/" in fl]
+        main_file = max(own)[1] if own else max((n, fl) for fl, n in files.items())[1]
+        totals[module_of(main_file, program)] += sum(files.values())
     return totals
 
 
