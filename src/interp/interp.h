@@ -84,7 +84,7 @@ struct TVState {
     Font TVLastFamilyStyle;
     int32_t TVSize = 10;        // points
     int32_t TVLastSize = 10;
-    Cursor TVCursor;
+    Cursor TVCursor;            // x lags behind the text: read it with TVCursorX
     TabStop TVTabStops[kTabStopCount];
     int32_t TVLineSpacing = 1;
     int32_t TVVerticalSpacing = 12;  // points
@@ -131,6 +131,8 @@ void TVArgsEmpty();
 
 // The one character reader: pushed-back text first, then the input file.
 int TVGetc();
+// The cursor's advance on the output line so far, in inches.
+float TVCursorX();
 // Appends to `out` the characters TVGetc would give up to the first whose
 // byte is marked in `stop` (256 entries), which is left unread, or the end of
 // input. The same reads, done in one go. `stop` must mark the byte 255, which

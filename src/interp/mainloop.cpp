@@ -69,6 +69,11 @@ struct MainLoopState {
     // the other way when a line's estimate lands on an indent.
     int64_t cursorSize = kNoCursorSize;
     double charWidth = 0;
+    // Characters written since the cursor's advance was last summed: most
+    // lines end before anything asks where the cursor is, so each character
+    // is only counted, and the sums are made when the advance is asked for
+    // (TVCursorX) or the width changes, one float sum per character as ever.
+    uint64_t pendingAdvances = 0;
     // The full mode's includes: the stream each one interrupted, innermost
     // last, with the folder of the file being read then.
     struct Include {
@@ -85,6 +90,16 @@ MainLoopState s;
 inline void resetCursor() {
     tv.TVCursor = Cursor{};
     s.cursorSize = kNoCursorSize;
+    s.pendingAdvances = 0;
+}
+
+// Adds the counted characters' widths to the cursor, one at a time, so that
+// the float sums round as they always have.
+void settleCursor() {
+    float x = tv.TVCursor.x;
+    for (uint64_t n = s.pendingAdvances; n != 0; n--) x = static_cast<float>(x + s.charWidth);
+    tv.TVCursor.x = x;
+    s.pendingAdvances = 0;
 }
 
 inline void writeChar(char c) {
@@ -389,8 +404,8 @@ const bool* plainBytes() {
 // paragraph, frame and marker tests would all answer as they just did. This
 // reads such a run in one go, from the pushback or the input, and writes it
 // with one call. The first character that is not plain is left unread, for
-// the main loop. The cursor still grows one character at a time, so that its
-// float sums round exactly as the main loop's would.
+// the main loop. The run's characters are counted for the cursor, as the main
+// loop counts its own (settleCursor).
 //
 // A line end goes the same way when the main loop would do nothing with it
 // but write it, that is while no trap counts lines or words: it is written as
@@ -405,15 +420,12 @@ public:
         : plain_(plainBytes()),
           crossesLines_(!wordTrapsArmed() && !lineTrapsPending()),
           last_(s.inC),
-          beforeLast_(s.lastInC),
-          x_(tv.TVCursor.x),
-          width_(s.charWidth) {}
+          beforeLast_(s.lastInC) {}
 
     ~PlainRun() {
         s.inC = last_;
         s.lastInC = beforeLast_;
         s.lastOutC = static_cast<char>(last_);
-        tv.TVCursor.x = x_;
     }
 
     bool isPlain(unsigned char c) const { return plain_[c]; }
@@ -434,7 +446,7 @@ public:
     void advance(unsigned char c) {
         beforeLast_ = last_;
         last_ = c;
-        x_ = static_cast<float>(x_ + width_);
+        s.pendingAdvances++;
     }
 
     // The line end, written as the main loop writes it; the cursor's line
@@ -449,7 +461,8 @@ public:
         } else {
             writeChar(kHardReturn);
         }
-        x_ = 0;
+        tv.TVCursor.x = 0;
+        s.pendingAdvances = 0;
         float height = tv.TVSize / 72.0f;
         tv.TVCursor.y = height > 0 ? height : 0;
         s.cursorSize = tv.TVSize;
@@ -494,15 +507,10 @@ public:
             const char* end = f->_IO_read_end;
             if (p != end && !goesOn(static_cast<unsigned char>(*p))) break;
             for (;;) {
-                // The hottest loop of the program: its state in locals.
+                // The hottest loop of the program.
                 const bool* plain = plain_;
-                const double width = width_;
-                float x = x_;
-                while (p != end && plain[static_cast<unsigned char>(*p)]) {
-                    x = static_cast<float>(x + width);
-                    p++;
-                }
-                x_ = x;
+                while (p != end && plain[static_cast<unsigned char>(*p)]) p++;
+                s.pendingAdvances += static_cast<uint64_t>(p - begin);
                 if (p != begin) {
                     if (!VifPlainOut(begin, static_cast<size_t>(p - begin), driver.bodyStream)) fatalStdio();
                     auto count = static_cast<int32_t>(p - begin);
@@ -559,8 +567,6 @@ private:
     const bool crossesLines_;
     int last_;
     int beforeLast_;
-    float x_;
-    const double width_;
 };
 
 // Whether the run ended just after a line end.
@@ -585,6 +591,11 @@ void TVCreateRopes() {
 }
 
 int TVGetc() { return nextChar(); }
+
+float TVCursorX() {
+    settleCursor();
+    return tv.TVCursor.x;
+}
 
 void TVReadUntil(std::string& out, const bool* stop) {
     auto isStop = [stop](unsigned char c) { return stop[c]; };
@@ -842,12 +853,13 @@ void doIt() {
         }
         writeChar(c == kLiteralBackslash ? '\\' : static_cast<char>(c));
         if (tv.TVSize != s.cursorSize) {
+            settleCursor();
             s.cursorSize = tv.TVSize;
             s.charWidth = 0.6 * tv.TVSize / 72.0;
             float height = tv.TVSize / 72.0f;
             if (height > tv.TVCursor.y) tv.TVCursor.y = height;
         }
-        tv.TVCursor.x = static_cast<float>(tv.TVCursor.x + s.charWidth);
+        s.pendingAdvances++;
         s.lastOutC = static_cast<char>(c);
 
         // The characters after this one go the short way while they are

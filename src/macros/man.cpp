@@ -323,7 +323,7 @@ void HP() {
 // hard return, so that the body starts on the next line.
 void hangingPgfTrap() {
     Rope* text = returnText();
-    if (tv.TVCursor.x < s.prevailingIndent) {
+    if (TVCursorX() < s.prevailingIndent) {
         RopeAppend(text, '\t');
         RopeAppend(text, '\n');
     } else {
@@ -568,7 +568,7 @@ void OP() {
 
 // A word trap while a link is open: the text of the link has begun.
 void linkTextTrap() {
-    if (tv.TVCursor.x > 0) s.linkHasText = true;
+    if (TVCursorX() > 0) s.linkHasText = true;
 }
 
 // UR and MT open a link; its text is the lines up to UE or ME, which add the

@@ -898,7 +898,7 @@ void it(Span& span) {
 // tag, on the next line after a long one, or after it on the same line.
 void tagEnd() {
     Rope* text = tv.TVReturn.text.get();
-    bool fits = tv.TVCursor.x < s.tagWidth;
+    bool fits = TVCursorX() < s.tagWidth;
     switch (s.tagType) {
         case ListType::Tag:
             RopeAppend(text, fits ? '\t' : static_cast<char>(kHardReturn));

@@ -284,7 +284,7 @@ void lp() {
 void ipTrap() {
     // A label shorter than the indent: the body goes on after a tab on the
     // label's line; a longer one is followed by a forced break.
-    if (tv.TVCursor.x < tv.TVPgf.PgfLIndent.value) {
+    if (TVCursorX() < tv.TVPgf.PgfLIndent.value) {
         RopeAppend(out(), kTab);
         RopeAppend(out(), kNewline);
     } else {

@@ -316,7 +316,7 @@ void NH() {
 // The end of an IP label line: a label narrower than the indent is followed
 // on its own line by a tab to the indent, a wider one by a forced break.
 void ipTrap() {
-    if (tv.TVCursor.x < tv.TVPgf.PgfLIndent.value) {
+    if (TVCursorX() < tv.TVPgf.PgfLIndent.value) {
         RopeAppend(tv.TVReturn.text.get(), static_cast<char>(kTab));
         RopeAppend(tv.TVReturn.text.get(), static_cast<char>(kNewline));
     } else {
