@@ -98,8 +98,9 @@ struct TVState {
     TVReturnRecord TVReturn;
     ArgValue TVArg1, TVArg2, TVArg3, TVArg4, TVArg5, TVArg6, TVArg7, TVArg8, TVArg9;
     // The full mode's tr: what each byte of text is written as; null when
-    // nothing is translated.
+    // nothing is translated. The count goes up at every change of the table.
     const unsigned char* TVTranslation = nullptr;
+    uint32_t TVTranslationChanges = 0;
     // The full mode's macro package that acts at points of its own text (a
     // list item's tag ends, a display closes): called with the action's byte
     // when the main loop reaches it. Null: no package acts.

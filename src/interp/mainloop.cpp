@@ -364,15 +364,17 @@ enum class ArgRead {
 
 // Which bytes a run of plain text may hold: those VifPlainOut takes
 // (printable, and not one the writer quotes), but neither the escape nor the
-// hyphenation character nor the full mode's in-line equation delimiter; the
-// blank only while no word trap is armed, which changes often, so both tables
-// are kept. Made again only when one of those characters changes, which
-// documents seldom do, so that a run tests each character with one look-up.
+// hyphenation character nor the full mode's in-line equation delimiter nor a
+// byte its tr writes as another; the blank only while no word trap is armed,
+// which changes often, so both tables are kept. Made again only when one of
+// those characters or the translation changes, which documents seldom do, so
+// that a run tests each character with one look-up.
 struct PlainTables {
     bool isPlain[2][256] = {};  // [0]: the blank is not plain; [1]: it is
     int escape = -1;
     int hyphen = -1;
     int equation = -1;
+    uint32_t translationChanges = 0;
 };
 PlainTables plainTables;
 
@@ -382,16 +384,19 @@ const bool* plainBytes() {
     const int hyphen = static_cast<unsigned char>(tv.TVHyphenationChar);
     // 256 when no delimiter is set: no byte.
     const int equation = tv.TVEqnDelimiter == 256 ? 256 : static_cast<unsigned char>(tv.TVEqnDelimiter);
-    if (p.escape != escape || p.hyphen != hyphen || p.equation != equation) {
+    if (p.escape != escape || p.hyphen != hyphen || p.equation != equation ||
+        p.translationChanges != tv.TVTranslationChanges) {
+        const unsigned char* tr = tv.TVTranslation;
         for (int c = 0; c < 256; c++) {
             bool isPlain = c >= 32 && c <= 126 && c != '\'' && c != '`' && c != '>' && c != '\\' &&
-                           c != escape && c != hyphen && c != equation;
+                           c != escape && c != hyphen && c != equation && (!tr || tr[c] == c);
             p.isPlain[0][c] = isPlain && c != ' ';
             p.isPlain[1][c] = isPlain;
         }
         p.escape = escape;
         p.hyphen = hyphen;
         p.equation = equation;
+        p.translationChanges = tv.TVTranslationChanges;
     }
     return p.isPlain[wordTrapsArmed() ? 0 : 1];
 }
@@ -866,9 +871,9 @@ void doIt() {
         // plain, if nothing this character did not see is waiting: the font
         // it was written in must be settled in the writer, a Symbol
         // character's font lasts for it alone, a marker set before the
-        // paragraph opened goes out after its first character, a translation
-        // changes characters, and a hard return read last starts a line.
-        if (VifFontSettled() && !isSymbol && !tv.TVTranslation && !driver.aFrameNew.isPending &&
+        // paragraph opened goes out after its first character, and a hard
+        // return read last starts a line.
+        if (VifFontSettled() && !isSymbol && !driver.aFrameNew.isPending &&
             !markersPending() && s.inC != kHardReturn && s.inC != kNewline && writePlainRun())
             newlines = 1;
     }

@@ -654,6 +654,7 @@ bool trRequest(const Line& line) {
     bool isIdentity = true;
     for (int c = 0; c < 256; c++) isIdentity = isIdentity && roff.tr[c] == c;
     tv.TVTranslation = isIdentity ? nullptr : roff.tr;
+    tv.TVTranslationChanges++;
     return true;
 }
 
@@ -922,6 +923,7 @@ bool roffIsDefined(std::string_view name) {
 
 void RoffDefine() {
     for (int c = 0; c < 256; c++) roff.tr[c] = static_cast<unsigned char>(c);
+    tv.TVTranslationChanges++;
     // The table is searched by halves: keep it sorted.
     for (size_t i = 1; i < std::size(kRequests); i++) {
         if (kRequests[i - 1].name >= kRequests[i].name) std::abort();
