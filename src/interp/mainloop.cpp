@@ -119,6 +119,10 @@ void pushBack(const char* text, size_t n) {
         return;
     }
     s.pushedSinceInput += n;
+    if (n == 1) {  // an escape's one character, most often
+        s.echoes.push_back(text[0]);
+        return;
+    }
     size_t old = s.echoes.size();
     s.echoes.resize(old + n);
     std::reverse_copy(text, text + n, s.echoes.begin() + static_cast<std::ptrdiff_t>(old));
