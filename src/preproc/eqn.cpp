@@ -180,7 +180,7 @@ public:
     Token next() {
         if (hasPeeked_) {
             hasPeeked_ = false;
-            return peeked_;
+            return std::move(peeked_);
         }
         for (;;) {
             Token token = read();
@@ -476,8 +476,9 @@ private:
             box.text = name->text;
             return box;
         }
+        const char escape = escapeChar();
         for (size_t i = 0; i < text.size();) {
-            if (text[i] == escapeChar() && i + 1 < text.size()) {
+            if (text[i] == escape && i + 1 < text.size()) {
                 size_t length = escapeLength(text, i);
                 box.text.append(text, i, length);
                 // A word of one escape (a character) reads as one unit.
@@ -495,10 +496,16 @@ private:
                 i += 2;
                 continue;
             }
-            char c = text[i++];
-            box.text += c;
-            bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.';
-            if (!isPlain) box.binding = Binding::Loose;
+            // The characters up to the next escape or sequence, in one go.
+            size_t stretch = i + 1;
+            while (stretch < text.size() && text[stretch] != escape && !beginsSequence(text[stretch])) stretch++;
+            for (size_t k = i; k < stretch; k++) {
+                char c = text[k];
+                bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.';
+                if (!isPlain) box.binding = Binding::Loose;
+            }
+            box.text.append(text, i, stretch - i);
+            i = stretch;
         }
         // A lone character reads as one unit all the same.
         if (box.text.size() <= 1) box.binding = Binding::Unit;
