@@ -281,6 +281,16 @@ struct ArgByteTables {
 };
 constexpr ArgByteTables argBytes;
 
+// The character format text is written in: the current font, size and
+// underline mode.
+Font textFont() {
+    Font format = tv.TVFamilyStyle;
+    format.mask |= bit(FontBit::FSize) | bit(FontBit::FUnderline);
+    format.FSize = tv.TVSize;
+    format.FUnderline = tv.TVIsUnderline ? kYes : kNo;
+    return format;
+}
+
 // The first byte from p on that the table says is not plain, or end: the
 // hottest loop of the program, four bytes a turn with one test of the end.
 const char* skipPlain(const bool* plain, const char* p, const char* end) {
@@ -395,26 +405,31 @@ struct PlainTables {
 };
 PlainTables plainTables;
 
-const bool* plainBytes() {
+// Makes both tables again for these characters.
+[[gnu::noinline]] void makePlainTables(int escape, int hyphen, int equation) {
     PlainTables& p = plainTables;
+    const unsigned char* tr = tv.TVTranslation;
+    for (int c = 0; c < 256; c++) {
+        bool isPlain = c >= 32 && c <= 126 && c != '\'' && c != '`' && c != '>' && c != '\\' &&
+                       c != escape && c != hyphen && c != equation && (!tr || tr[c] == c);
+        p.isPlain[0][c] = isPlain && c != ' ';
+        p.isPlain[1][c] = isPlain;
+    }
+    p.escape = escape;
+    p.hyphen = hyphen;
+    p.equation = equation;
+    p.translationChanges = tv.TVTranslationChanges;
+}
+
+[[gnu::always_inline]] inline const bool* plainBytes() {
+    const PlainTables& p = plainTables;
     const int escape = static_cast<unsigned char>(tv.TVEscapeChar);
     const int hyphen = static_cast<unsigned char>(tv.TVHyphenationChar);
     // 256 when no delimiter is set: no byte.
     const int equation = tv.TVEqnDelimiter == 256 ? 256 : static_cast<unsigned char>(tv.TVEqnDelimiter);
     if (p.escape != escape || p.hyphen != hyphen || p.equation != equation ||
-        p.translationChanges != tv.TVTranslationChanges) {
-        const unsigned char* tr = tv.TVTranslation;
-        for (int c = 0; c < 256; c++) {
-            bool isPlain = c >= 32 && c <= 126 && c != '\'' && c != '`' && c != '>' && c != '\\' &&
-                           c != escape && c != hyphen && c != equation && (!tr || tr[c] == c);
-            p.isPlain[0][c] = isPlain && c != ' ';
-            p.isPlain[1][c] = isPlain;
-        }
-        p.escape = escape;
-        p.hyphen = hyphen;
-        p.equation = equation;
-        p.translationChanges = tv.TVTranslationChanges;
-    }
+        p.translationChanges != tv.TVTranslationChanges)
+        makePlainTables(escape, hyphen, equation);
     return p.isPlain[wordTrapsArmed() ? 0 : 1];
 }
 
@@ -447,7 +462,7 @@ public:
     ~PlainRun() {
         s.inC = last_;
         s.lastInC = beforeLast_;
-        s.lastOutC = static_cast<char>(last_);
+        if (isLastWritten_) s.lastOutC = static_cast<char>(last_);
     }
 
     bool isPlain(unsigned char c) const { return plain_[c]; }
@@ -552,7 +567,13 @@ public:
                 if (p != end && !goesOn(static_cast<unsigned char>(*p))) break;
             }
             f->_IO_read_ptr = const_cast<char*>(p);
-            if (p != end) break;  // a character that is not plain: the main loop's
+            if (p != end) {
+                if (isRunEscape(p, end) && takeEscape()) {
+                    isFromInput = true;
+                    continue;
+                }
+                break;  // a character that is not plain: the main loop's
+            }
             // The buffer is used up: one character read the ordinary way
             // fills it again.
 #endif
@@ -578,6 +599,83 @@ public:
     }
 
 private:
+    // Whether the input holds, at p, one of the commonest escapes of running
+    // text, a font change (\fB, \f(CW, \f[...]) or a minus sign (\-), where
+    // the main loop would read an escape.
+    bool isRunEscape(const char* p, const char* end) const {
+        const char escape = tv.TVEscapeChar;
+        return escape != 0 && *p == escape && end - p >= 2 && (p[1] == 'f' || p[1] == '-') &&
+               !tv.TVReturn.endCommand && goesOn(static_cast<unsigned char>(escape));
+    }
+
+    // Reads the escape at the input's read position as the main loop reads
+    // one, and says whether the run goes on after it. It does when the escape
+    // changed nothing but the font, or gave the en dash to read (the minus
+    // sign), and nothing else waits: the en dash is then written as the main
+    // loop writes a character, and a font change is given to the writer as
+    // the main loop gives it before the next character, when that one is
+    // plain. Whatever else the escape leaves is the main loop's.
+    bool takeEscape() {
+        s.inC = last_;
+        s.lastInC = beforeLast_;
+        if (isLastWritten_) s.lastOutC = static_cast<char>(last_);
+        nextChar();  // the escape character
+        TVReturnReset();
+        TVEscape(s.lastOutC);
+        fire();
+        last_ = s.inC;
+        beforeLast_ = s.lastInC;
+        isLastWritten_ = false;
+        if (s.isNewPgf || tv.TVReturn.endCommand || tv.TVReturn.isSymbol || driver.aFrameNew.isPending ||
+            markersPending() || tv.TVSize != s.cursorSize || plain_ != plainBytes() ||
+            crossesLines_ != (!wordTrapsArmed() && !lineTrapsPending()))
+            return false;
+        if (isEnDashNext()) {
+            // Read as the main loop reads it: in the full mode behind a
+            // literal marker.
+            if (driver.isFull) nextChar();
+            int c = nextChar();
+            if (!VifFontOut(textFont(), driver.bodyStream)) fatalStdio();
+            writeChar(static_cast<char>(c));
+            s.pendingAdvances++;
+            s.lastOutC = static_cast<char>(c);
+            last_ = s.inC;
+            beforeLast_ = s.lastInC;
+            isLastWritten_ = true;
+            return VifFontSettled();
+        }
+        if (!s.echoes.empty()) return false;
+        const FILE* f = driver.stdIn.file;
+        if (!f || f->_IO_read_ptr == f->_IO_read_end || !isPlain(static_cast<unsigned char>(*f->_IO_read_ptr)))
+            return false;
+        if (!VifFontOut(textFont(), driver.bodyStream)) fatalStdio();
+        if (VifFontSettled()) {
+            isLastWritten_ = true;  // by the scan, which takes that character next
+            return true;
+        }
+        // The writer's font is not settled: that character is written on its
+        // own, and the main loop goes on after it.
+        int c = nextChar();
+        writeChar(static_cast<char>(c));
+        s.pendingAdvances++;
+        s.lastOutC = static_cast<char>(c);
+        last_ = s.inC;
+        beforeLast_ = s.lastInC;
+        isLastWritten_ = true;
+        return false;
+    }
+
+    // Whether the pushback holds just the en dash a minus sign leaves (in the
+    // full mode behind a literal marker), which the main loop would take as
+    // text: not if it is the escape, hyphenation or equation character.
+    static bool isEnDashNext() {
+        const std::string& e = s.echoes;  // reversed
+        bool isDash = driver.isFull ? e.size() == 2 && e[1] == kLiteralNext && e[0] == kEnDash
+                                    : e.size() == 1 && e[0] == kEnDash;
+        return isDash && tv.TVEscapeChar != kEnDash && tv.TVHyphenationChar != kEnDash &&
+               tv.TVEqnDelimiter != static_cast<signed char>(kEnDash);
+    }
+
     static void flush(const char* run, size_t& n) {
         if (!VifPlainOut(run, n, driver.bodyStream)) fatalStdio();
         n = 0;
@@ -587,6 +685,7 @@ private:
     const bool crossesLines_;
     int last_;
     int beforeLast_;
+    bool isLastWritten_ = true;  // last_ is the character written last
 };
 
 // Whether the run ended just after a line end.
@@ -841,19 +940,15 @@ void doIt() {
                     : kHyphenInWord;
         }
 
-        // The character format: the current font, size and underline mode; a
-        // special character of the Symbol font switches the family for itself
-        // alone. The writer writes only what changed.
-        Font format = tv.TVFamilyStyle;
-        format.mask |= bit(FontBit::FSize);
-        format.FSize = tv.TVSize;
+        // The character format; a special character of the Symbol font
+        // switches the family for itself alone. The writer writes only what
+        // changed.
+        Font format = textFont();
         const bool isSymbol = tv.TVReturn.isSymbol;
         if (isSymbol) {
             tv.TVReturn.isSymbol = false;
             format.FFamily = "Symbol";
         }
-        format.mask |= bit(FontBit::FUnderline);
-        format.FUnderline = tv.TVIsUnderline ? kYes : kNo;
         if (!VifFontOut(format, driver.bodyStream)) fatalStdio();
 
         if (!isWritten || c == kZeroWidth) {
