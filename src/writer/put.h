@@ -24,6 +24,21 @@ inline bool put(const char* text, size_t n, FILE* stream) {
     return fwrite_unlocked(text, 1, n, stream) == n;
 }
 
+// Writes the first n bytes of a span of kSpan that may all be read. When
+// the buffer has room for the whole span the copy has a fixed length, a few
+// moves rather than a call; the bytes past n are free space for later writes.
+template <size_t kSpan>
+inline bool putSpan(const char* text, size_t n, FILE* stream) {
+#ifdef __GLIBC__
+    if (n <= kSpan && static_cast<size_t>(stream->_IO_write_end - stream->_IO_write_ptr) >= kSpan) {
+        std::memcpy(stream->_IO_write_ptr, text, kSpan);
+        stream->_IO_write_ptr += n;
+        return true;
+    }
+#endif
+    return put(text, n, stream);
+}
+
 template <size_t N>
 inline bool put(const char (&text)[N], FILE* stream) {
     return put(text, N - 1, stream);

@@ -2,6 +2,7 @@
 // statements. A small state gathers printable characters into one String,
 // writes a Font statement only for what changes, and turns line ends into
 // ParaLine boundaries.
+#include <array>
 #include <cstring>
 #include <new>
 #include <string>
@@ -36,6 +37,37 @@ struct TextState {
     Font quietFont;
     bool isQuiet = false;
 };
+
+// The Char statement of every byte, after the end of a String that may be
+// open before it: "'>\n\t<Char 208> # 0xd0\n". Made once, when compiled.
+constexpr size_t kStringEndLength = 3;
+constexpr size_t kCharSpan = 24;  // the longest, with the end of a String, is 22 bytes
+struct CharStatement {
+    char text[kStringEndLength + kCharSpan];
+    unsigned char length;
+};
+constexpr std::array<CharStatement, 256> makeCharStatements() {
+    constexpr char hexDigits[] = "0123456789abcdef";
+    std::array<CharStatement, 256> table{};
+    for (unsigned c = 0; c < 256; ++c) {
+        CharStatement& row = table[c];
+        unsigned char n = 0;
+        auto add = [&](const char* text) {
+            while (*text) row.text[n++] = *text++;
+        };
+        add("'>\n\t<Char ");
+        if (c >= 100) row.text[n++] = static_cast<char>('0' + c / 100);
+        if (c >= 10) row.text[n++] = static_cast<char>('0' + c / 10 % 10);
+        row.text[n++] = static_cast<char>('0' + c % 10);
+        add("> # 0x");
+        if (c >= 16) row.text[n++] = hexDigits[c >> 4];
+        row.text[n++] = hexDigits[c & 15];
+        row.text[n++] = '\n';
+        row.length = n;
+    }
+    return table;
+}
+constexpr std::array<CharStatement, 256> kCharStatements = makeCharStatements();
 
 struct VifOutState {
     uint32_t paraOpen = 0;
@@ -180,10 +212,9 @@ unsigned VifCharOut(char ch, FILE* stream) {
         return wasOpen ? put("'>\n\t<Char HardReturn>><ParaLine\n", stream)
                        : put("\t<Char HardReturn>><ParaLine\n", stream);
     }
-    static const char hexDigits[] = "0123456789abcdef";
-    char hex[2] = {hexDigits[c >> 4], hexDigits[c & 15]};
-    return (!wasOpen || put("'>\n", stream)) && put("\t<Char ", stream) && putNumber(c, stream) &&
-           put("> # 0x", stream) && put(hex + (c < 16 ? 1 : 0), c < 16 ? 1 : 2, stream) && put("\n", stream);
+    const CharStatement& statement = kCharStatements[c];
+    const size_t skip = wasOpen ? 0 : kStringEndLength;
+    return putSpan<kCharSpan>(statement.text + skip, statement.length - skip, stream);
 }
 
 unsigned VifPlainOut(const char* text, size_t n, FILE* stream) {
