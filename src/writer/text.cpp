@@ -117,7 +117,6 @@ unsigned textOpen(const Pgf& format, FILE* stream) {
     t.stringOpen = false;
     t.lastChar = 0;
     t.isQuiet = false;
-    forgetFamily();
     t.FSize = 0;
     t.FPlain = t.FBold = t.FItalic = t.FUnderline = t.FStrike = kUnknown;
     // FDY carries over from the previous paragraph.
@@ -128,10 +127,17 @@ unsigned textOpen(const Pgf& format, FILE* stream) {
 
     // A paragraph that forces its own font starts in it, so the first Font
     // statement states only what differs from that font.
-    if ((format.mask & bit(PgfBit::PgfForceFont)) && (format.mask & bit(PgfBit::font)) &&
-        format.PgfForceFont) {
-        const Font& f = format.font;
-        if ((f.mask & bit(FontBit::FFamily)) && f.FFamily) keepFamily(f.FFamily);
+    // Its family is most often the one kept from the paragraph before, which
+    // is then not copied again.
+    const bool isForced = (format.mask & bit(PgfBit::PgfForceFont)) &&
+                          (format.mask & bit(PgfBit::font)) && format.PgfForceFont;
+    const Font& f = format.font;
+    if (isForced && (f.mask & bit(FontBit::FFamily)) && f.FFamily) {
+        if (!t.hasFamily || f.FFamily != t.familySource) keepFamily(f.FFamily);
+    } else {
+        forgetFamily();
+    }
+    if (isForced) {
         if (f.mask & bit(FontBit::FSize)) t.FSize = f.FSize;
         if (f.mask & bit(FontBit::FPlain)) t.FPlain = f.FPlain;
         if (f.mask & bit(FontBit::FBold)) t.FBold = f.FBold;
