@@ -101,6 +101,7 @@ inline char* fixed3(float f, char* out) {
 class Line {
 public:
     static constexpr size_t kSize = 320;
+    static constexpr size_t kShort = 64;
 
     template <size_t N>
     void add(const char (&text)[N]) {
@@ -126,7 +127,10 @@ public:
     }
     void addFixed3(float v) { n_ = static_cast<size_t>(fixed3(v, text_ + n_) - text_); }  // %.3f
     bool empty() const { return n_ == 0; }
-    bool writeTo(FILE* stream) const { return put(text_, n_, stream); }
+    size_t size() const { return n_; }
+    // Most lines are short: those are copied with a fixed length (what is
+    // copied past the line's end is free space of the buffer, never written out).
+    bool writeTo(FILE* stream) const { return putSpan<kShort>(text_, n_, stream); }
 
 private:
     char text_[kSize];

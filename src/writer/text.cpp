@@ -248,7 +248,11 @@ namespace {
         keepFamily(f.FFamily);
         family = f.FFamily;
     }
-    Line rest;  // what follows the family: at most 150 characters
+    // The statement but for the family, which is written apart: at most 156
+    // characters. Without a family it begins the statement.
+    Line rest;
+    if (family == nullptr) rest.add("\t<Font");
+    const size_t head = rest.size();
     if ((m & bit(FontBit::FSize)) && f.FSize != t.FSize) {
         t.FSize = f.FSize;
         rest.add(" <FSize ");
@@ -283,7 +287,7 @@ namespace {
         rest.addNumber(f.FDY);
         rest.add(">");
     }
-    if (family == nullptr && rest.empty()) {
+    if (family == nullptr && rest.size() == head) {
         t.quietFont = f;
         t.isQuiet = true;
         return 1;
@@ -296,11 +300,9 @@ namespace {
     if (t.isQuiet) t.quietFont = f;
     rest.add(">\n");
     if (!closeString(stream)) return 0;
-    if (family != nullptr) {
-        if (!put("\t<Font <FFamily `", stream) || !putText(family, stream) || !put("'>", stream)) return 0;
-    } else if (!put("\t<Font", stream)) {
+    if (family != nullptr &&
+        (!put("\t<Font <FFamily `", stream) || !putText(family, stream) || !put("'>", stream)))
         return 0;
-    }
     return rest.writeTo(stream);
 }
 
