@@ -11,6 +11,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "writer/put.h"
@@ -53,7 +54,7 @@ struct RecentFormat {
     uint32_t answer = 0;   // an index into the catalog
     uint32_t checked = 0;  // the catalog's size when the answer was known right
 };
-constexpr size_t kRecentSlots = 256;
+constexpr size_t kRecentSlots = 256;  // in pairs: two formats may share a place
 
 struct CatalogState {
     std::vector<std::unique_ptr<CatalogEntry>> theCatalog;  // the newest at the back
@@ -230,18 +231,25 @@ void startWalking() {
     release(s.scratch);
 }
 
-// A slot for the format, from some of what makes two formats equal: equal
-// formats always share a slot.
-size_t slotOf(const Pgf& format, size_t tagLength) {
-    constexpr uint64_t kPrime = 1099511628211u;
-    uint64_t h = hashBytes(tagOf(format), tagLength, format.mask);
-    uint32_t indents[2];
-    std::memcpy(&indents[0], &format.PgfLIndent.value, sizeof indents[0]);
-    std::memcpy(&indents[1], &format.PgfFIndent.value, sizeof indents[1]);
-    h = (h ^ indents[0]) * kPrime;
-    h = (h ^ indents[1]) * kPrime;
-    h = (h ^ format.PgfAlignment ^ uint64_t{format.PgfNumTabs} << 8 ^ uint64_t{format.font.mask} << 32) * kPrime;
-    return static_cast<size_t>(h ^ (h >> 29)) % kRecentSlots;
+// A pair of slots for the format, from some of what makes two formats equal:
+// equal formats always share a pair. The first tab stop counts: formats that
+// differ only in their stops are common, as the stops move with the left
+// indent of the paragraph before. The tag counts by its first two bytes,
+// which tell the packages' formats apart without a walk along the text.
+size_t pairOf(const Pgf& format) {
+    constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15u;
+    const auto* tag = reinterpret_cast<const unsigned char*>(tagOf(format));
+    const uint32_t tagHead = tag[0] == 0 ? 0u : tag[0] | uint32_t{tag[1]} << 8;
+    uint32_t lIndent, fIndent, firstStop = 0;
+    std::memcpy(&lIndent, &format.PgfLIndent.value, sizeof lIndent);
+    std::memcpy(&fIndent, &format.PgfFIndent.value, sizeof fIndent);
+    if (format.PgfNumTabs > 0 && format.tabStops)
+        std::memcpy(&firstStop, &format.tabStops[0].TSX.value, sizeof firstStop);
+    uint64_t h = (uint64_t{format.mask} << 32 | format.font.mask) * kMultiplier;
+    h = (h ^ (uint64_t{lIndent} << 32 | fIndent)) * kMultiplier;
+    h = (h ^ (uint64_t{firstStop} << 32 | tagHead << 16 | format.PgfAlignment << 8 | format.PgfNumTabs)) *
+        kMultiplier;
+    return static_cast<size_t>(h >> 40) % (kRecentSlots / 2);
 }
 
 bool sameText(const char* a, const char* b) {
@@ -338,6 +346,24 @@ const char* walk(const Pgf& format) {
     return catalogNew(format, false);
 }
 
+// The answer a slot holds for the format it keeps, brought up to date with
+// the entries made since in its bucket: the newest that matches wins.
+const char* recentAnswer(RecentFormat& slot, const Pgf& format) {
+    const uint32_t size = static_cast<uint32_t>(s.theCatalog.size());
+    if (slot.checked != size) {
+        const char* tag = tagOf(format);
+        const size_t tagLength = std::strlen(tag);
+        const std::vector<uint32_t>& bucket = *slot.bucket;
+        for (auto it = bucket.rbegin(); it != bucket.rend() && *it >= slot.checked; ++it)
+            if (matches(*s.theCatalog[*it], tag, tagLength, format)) {
+                slot.answer = *it;
+                break;
+            }
+        slot.checked = size;
+    }
+    return s.theCatalog[slot.answer]->name.c_str();
+}
+
 }  // namespace
 
 void catalogReset() { s = CatalogState{}; }
@@ -357,28 +383,24 @@ const char* VifCatalogNew(const Pgf& format) { return catalogNew(format, true); 
 // that hold its properties with the same values.
 const char* VifCatalogName(const Pgf& format) {
     if (s.isWalking || hasMissingStops(format)) return walk(format);
-    const char* tag = tagOf(format);
-    size_t tagLength = std::strlen(tag);
-    const size_t slotNo = slotOf(format, tagLength);
-    RecentFormat* recent = s.recent.empty() ? nullptr : s.recent[slotNo].get();
-    const uint32_t size = static_cast<uint32_t>(s.theCatalog.size());
-    if (recent && recent->bucket && sameContent(recent->pgf, format)) {
-        RecentFormat& slot = *recent;
-        if (slot.checked != size) {
-            const std::vector<uint32_t>& bucket = *slot.bucket;
-            for (auto it = bucket.rbegin(); it != bucket.rend() && *it >= slot.checked; ++it)
-                if (matches(*s.theCatalog[*it], tag, tagLength, format)) {
-                    slot.answer = *it;
-                    break;
-                }
-            slot.checked = size;
+    // The pair holds the format it answered last first.
+    const size_t first = 2 * pairOf(format);
+    if (!s.recent.empty()) {
+        for (size_t i = first; i < first + 2; ++i) {
+            RecentFormat* slot = s.recent[i].get();
+            if (slot == nullptr || slot->bucket == nullptr || !sameContent(slot->pgf, format)) continue;
+            if (i != first) std::swap(s.recent[first], s.recent[i]);
+            return recentAnswer(*slot, format);
         }
-        return s.theCatalog[slot.answer]->name.c_str();
     }
     try {
         if (s.recent.empty()) s.recent.resize(kRecentSlots);
-        if (!s.recent[slotNo]) s.recent[slotNo] = std::make_unique<RecentFormat>();
-        RecentFormat& slot = *s.recent[slotNo];
+        // The older format of the pair gives its slot to this one.
+        std::swap(s.recent[first], s.recent[first + 1]);
+        if (!s.recent[first]) s.recent[first] = std::make_unique<RecentFormat>();
+        RecentFormat& slot = *s.recent[first];
+        const char* tag = tagOf(format);
+        size_t tagLength = std::strlen(tag);
         Shape& shape = shapeFor(format);
         std::vector<uint32_t>* bucket = &shape.buckets[shapeHash(format, shape)];
         for (auto it = bucket->rbegin(); it != bucket->rend(); ++it)

@@ -24,6 +24,21 @@ inline bool put(const char* text, size_t n, FILE* stream) {
     return fwrite_unlocked(text, 1, n, stream) == n;
 }
 
+// Writes the first n bytes of a span of kSpan that may all be read. When
+// the buffer has room for the whole span the copy has a fixed length, a few
+// moves rather than a call; the bytes past n are free space for later writes.
+template <size_t kSpan>
+inline bool putSpan(const char* text, size_t n, FILE* stream) {
+#ifdef __GLIBC__
+    if (n <= kSpan && static_cast<size_t>(stream->_IO_write_end - stream->_IO_write_ptr) >= kSpan) {
+        std::memcpy(stream->_IO_write_ptr, text, kSpan);
+        stream->_IO_write_ptr += n;
+        return true;
+    }
+#endif
+    return put(text, n, stream);
+}
+
 template <size_t N>
 inline bool put(const char (&text)[N], FILE* stream) {
     return put(text, N - 1, stream);
@@ -86,6 +101,7 @@ inline char* fixed3(float f, char* out) {
 class Line {
 public:
     static constexpr size_t kSize = 320;
+    static constexpr size_t kShort = 64;
 
     template <size_t N>
     void add(const char (&text)[N]) {
@@ -111,7 +127,10 @@ public:
     }
     void addFixed3(float v) { n_ = static_cast<size_t>(fixed3(v, text_ + n_) - text_); }  // %.3f
     bool empty() const { return n_ == 0; }
-    bool writeTo(FILE* stream) const { return put(text_, n_, stream); }
+    size_t size() const { return n_; }
+    // Most lines are short: those are copied with a fixed length (what is
+    // copied past the line's end is free space of the buffer, never written out).
+    bool writeTo(FILE* stream) const { return putSpan<kShort>(text_, n_, stream); }
 
 private:
     char text_[kSize];

@@ -2,6 +2,7 @@
 // statements. A small state gathers printable characters into one String,
 // writes a Font statement only for what changes, and turns line ends into
 // ParaLine boundaries.
+#include <array>
 #include <cstring>
 #include <new>
 #include <string>
@@ -36,6 +37,37 @@ struct TextState {
     Font quietFont;
     bool isQuiet = false;
 };
+
+// The Char statement of every byte, after the end of a String that may be
+// open before it: "'>\n\t<Char 208> # 0xd0\n". Made once, when compiled.
+constexpr size_t kStringEndLength = 3;
+constexpr size_t kCharSpan = 24;  // the longest, with the end of a String, is 22 bytes
+struct CharStatement {
+    char text[kStringEndLength + kCharSpan];
+    unsigned char length;
+};
+constexpr std::array<CharStatement, 256> makeCharStatements() {
+    constexpr char hexDigits[] = "0123456789abcdef";
+    std::array<CharStatement, 256> table{};
+    for (unsigned c = 0; c < 256; ++c) {
+        CharStatement& row = table[c];
+        unsigned char n = 0;
+        auto add = [&](const char* text) {
+            while (*text) row.text[n++] = *text++;
+        };
+        add("'>\n\t<Char ");
+        if (c >= 100) row.text[n++] = static_cast<char>('0' + c / 100);
+        if (c >= 10) row.text[n++] = static_cast<char>('0' + c / 10 % 10);
+        row.text[n++] = static_cast<char>('0' + c % 10);
+        add("> # 0x");
+        if (c >= 16) row.text[n++] = hexDigits[c >> 4];
+        row.text[n++] = hexDigits[c & 15];
+        row.text[n++] = '\n';
+        row.length = n;
+    }
+    return table;
+}
+constexpr std::array<CharStatement, 256> kCharStatements = makeCharStatements();
 
 struct VifOutState {
     uint32_t paraOpen = 0;
@@ -85,7 +117,6 @@ unsigned textOpen(const Pgf& format, FILE* stream) {
     t.stringOpen = false;
     t.lastChar = 0;
     t.isQuiet = false;
-    forgetFamily();
     t.FSize = 0;
     t.FPlain = t.FBold = t.FItalic = t.FUnderline = t.FStrike = kUnknown;
     // FDY carries over from the previous paragraph.
@@ -96,10 +127,17 @@ unsigned textOpen(const Pgf& format, FILE* stream) {
 
     // A paragraph that forces its own font starts in it, so the first Font
     // statement states only what differs from that font.
-    if ((format.mask & bit(PgfBit::PgfForceFont)) && (format.mask & bit(PgfBit::font)) &&
-        format.PgfForceFont) {
-        const Font& f = format.font;
-        if ((f.mask & bit(FontBit::FFamily)) && f.FFamily) keepFamily(f.FFamily);
+    // Its family is most often the one kept from the paragraph before, which
+    // is then not copied again.
+    const bool isForced = (format.mask & bit(PgfBit::PgfForceFont)) &&
+                          (format.mask & bit(PgfBit::font)) && format.PgfForceFont;
+    const Font& f = format.font;
+    if (isForced && (f.mask & bit(FontBit::FFamily)) && f.FFamily) {
+        if (!t.hasFamily || f.FFamily != t.familySource) keepFamily(f.FFamily);
+    } else {
+        forgetFamily();
+    }
+    if (isForced) {
         if (f.mask & bit(FontBit::FSize)) t.FSize = f.FSize;
         if (f.mask & bit(FontBit::FPlain)) t.FPlain = f.FPlain;
         if (f.mask & bit(FontBit::FBold)) t.FBold = f.FBold;
@@ -180,10 +218,9 @@ unsigned VifCharOut(char ch, FILE* stream) {
         return wasOpen ? put("'>\n\t<Char HardReturn>><ParaLine\n", stream)
                        : put("\t<Char HardReturn>><ParaLine\n", stream);
     }
-    static const char hexDigits[] = "0123456789abcdef";
-    char hex[2] = {hexDigits[c >> 4], hexDigits[c & 15]};
-    return (!wasOpen || put("'>\n", stream)) && put("\t<Char ", stream) && putNumber(c, stream) &&
-           put("> # 0x", stream) && put(hex + (c < 16 ? 1 : 0), c < 16 ? 1 : 2, stream) && put("\n", stream);
+    const CharStatement& statement = kCharStatements[c];
+    const size_t skip = wasOpen ? 0 : kStringEndLength;
+    return putSpan<kCharSpan>(statement.text + skip, statement.length - skip, stream);
 }
 
 unsigned VifPlainOut(const char* text, size_t n, FILE* stream) {
@@ -211,7 +248,11 @@ namespace {
         keepFamily(f.FFamily);
         family = f.FFamily;
     }
-    Line rest;  // what follows the family: at most 150 characters
+    // The statement but for the family, which is written apart: at most 156
+    // characters. Without a family it begins the statement.
+    Line rest;
+    if (family == nullptr) rest.add("\t<Font");
+    const size_t head = rest.size();
     if ((m & bit(FontBit::FSize)) && f.FSize != t.FSize) {
         t.FSize = f.FSize;
         rest.add(" <FSize ");
@@ -246,7 +287,7 @@ namespace {
         rest.addNumber(f.FDY);
         rest.add(">");
     }
-    if (family == nullptr && rest.empty()) {
+    if (family == nullptr && rest.size() == head) {
         t.quietFont = f;
         t.isQuiet = true;
         return 1;
@@ -259,11 +300,9 @@ namespace {
     if (t.isQuiet) t.quietFont = f;
     rest.add(">\n");
     if (!closeString(stream)) return 0;
-    if (family != nullptr) {
-        if (!put("\t<Font <FFamily `", stream) || !putText(family, stream) || !put("'>", stream)) return 0;
-    } else if (!put("\t<Font", stream)) {
+    if (family != nullptr &&
+        (!put("\t<Font <FFamily `", stream) || !putText(family, stream) || !put("'>", stream)))
         return 0;
-    }
     return rest.writeTo(stream);
 }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "writer/vifout.h"
 
@@ -209,6 +210,34 @@ TEST_F(Catalog, LookupsSeeStopsChangedInPlace) {
     EXPECT_STREQ(VifCatalogName(block), "block pgf1");
     tabs.stops[3].TSX.value = 2.5f;
     EXPECT_STREQ(VifCatalogName(block), "block pgf");
+}
+
+// More formats than the look-up remembers, differing only in their tab
+// stops, looked up in turns and two by two (so that two sharing a place in
+// the look-up alternate): each keeps the name its first look-up gave, and an
+// entry made later that matches one of them takes over that one alone.
+TEST_F(Catalog, ManyFormatsInTurnKeepTheirNames) {
+    constexpr int kFormats = 300;
+    std::vector<NineStops> stops;
+    for (int i = 0; i < kFormats; ++i) stops.emplace_back(1.0f + 0.125f * static_cast<float>(i));
+    VifCatalogNew(manBlock(stops[0].stops));
+    auto name = [&](int i) { return std::string(VifCatalogName(manBlock(stops[i].stops))); };
+    auto expected = [](int i) { return i == 0 ? std::string("block pgf") : "block pgf" + std::to_string(i); };
+    for (int i = 0; i < kFormats; ++i) ASSERT_EQ(name(i), expected(i));
+    for (int i = 0; i < 40; ++i)
+        for (int j = i + 1; j < 40; ++j)
+            for (int k : {i, j, i, j}) ASSERT_EQ(name(k), expected(k)) << i << " then " << j;
+    for (int round = 0; round < 3; ++round)
+        for (int k = 0; k < kFormats; ++k) {
+            int i = round == 1 ? kFormats - 1 - k : (k * 7 + round) % kFormats;
+            ASSERT_EQ(name(i), expected(i)) << "round " << round;
+        }
+    Pgf bold = manBlock(stops[5].stops);
+    bold.font.mask |= bit(FontBit::FBold);
+    for (int k : {6, 5}) ASSERT_EQ(name(k), expected(k));
+    EXPECT_STREQ(VifCatalogName(bold), "block pgf300");
+    for (int k : {5, 6}) ASSERT_EQ(name(k), k == 5 ? "block pgf300" : expected(k));
+    for (int i = 0; i < kFormats; ++i) ASSERT_EQ(name(i), i == 5 ? "block pgf300" : expected(i));
 }
 
 TEST_F(Catalog, ResetForgetsEntriesAndCounter) {
