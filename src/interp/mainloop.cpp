@@ -291,18 +291,23 @@ Font textFont() {
     return format;
 }
 
-// The first byte from p on that the table says is not plain, or end: the
-// hottest loop of the program, four bytes a turn with one test of the end.
-const char* skipPlain(const bool* plain, const char* p, const char* end) {
+// The first byte from p on whose entry in the table is not `kGoesOn`, or
+// end: the hottest loops of the program, four bytes a turn with one test of
+// the end.
+template <bool kGoesOn>
+const char* skipWhile(const bool* table, const char* p, const char* end) {
     for (; end - p >= 4; p += 4) {
-        if (!plain[static_cast<unsigned char>(p[0])]) return p;
-        if (!plain[static_cast<unsigned char>(p[1])]) return p + 1;
-        if (!plain[static_cast<unsigned char>(p[2])]) return p + 2;
-        if (!plain[static_cast<unsigned char>(p[3])]) return p + 3;
+        if (table[static_cast<unsigned char>(p[0])] != kGoesOn) return p;
+        if (table[static_cast<unsigned char>(p[1])] != kGoesOn) return p + 1;
+        if (table[static_cast<unsigned char>(p[2])] != kGoesOn) return p + 2;
+        if (table[static_cast<unsigned char>(p[3])] != kGoesOn) return p + 3;
     }
-    while (p != end && plain[static_cast<unsigned char>(*p)]) p++;
+    while (p != end && table[static_cast<unsigned char>(*p)] == kGoesOn) p++;
     return p;
 }
+
+// The first byte from p on that is not plain, or end.
+const char* skipPlain(const bool* plain, const char* p, const char* end) { return skipWhile<true>(plain, p, end); }
 
 // Appends to `rope` the run of argument bytes at the front of the input's
 // buffer; returns the last one, or -1 when there was none.
@@ -752,7 +757,7 @@ void TVReadUntil(std::string& out, const bool* stop) {
             const char* begin = f->_IO_read_ptr;
             const char* p = begin;
             const char* end = f->_IO_read_end;
-            while (p != end && !isStop(static_cast<unsigned char>(*p))) p++;
+            p = skipWhile<false>(stop, p, end);
             if (p != begin) {
                 out.append(begin, p);
                 f->_IO_read_ptr = const_cast<char*>(p);
