@@ -142,7 +142,7 @@ void specialCharacter() {
 
 // Reads the name of a string, font or number register: one character, or a
 // left parenthesis and two. False after a warning.
-bool readName(int letter, char name[2], bool& isLong) {
+[[gnu::always_inline]] inline bool readName(int letter, char name[2], bool& isLong) {
     int c = TVGetc();
     if (letter == 'n') {
         while (c == '+' || c == '-') c = TVGetc();
@@ -254,9 +254,10 @@ void pushLiteralEscape() {
     push(tv.TVEscapeChar != 0 ? tv.TVEscapeChar : '\\');
 }
 
-void TVEscape(char lastOut) {
-    int letter = TVGetc();
-    if (driver.isFull && RoffEscape(letter, lastOut)) return;
+namespace {
+
+// Every escape but the commonest two, by its letter.
+[[gnu::noinline]] void escapeByLetter(int letter, char lastOut) {
     switch (letter) {
         case -1:
         case kNewline:
@@ -293,14 +294,10 @@ void TVEscape(char lastOut) {
         case '(':
             specialCharacter();
             return;
-        case '*': case 'f': case 'n': {
+        case '*': case 'n': {
             char name[2];
             bool isLong = false;
             if (!readName(letter, name, isLong)) return;
-            if (letter == 'f') {
-                fontChange(name, isLong);
-                return;
-            }
             if (letter == '*') {
                 char key[3] = {name[0], name[1], 0};
                 if (const char* value = TVStringGet(key)) {
@@ -313,9 +310,6 @@ void TVEscape(char lastOut) {
             pushName(name, isLong);
             return;
         }
-        case '-':
-            push(static_cast<unsigned char>(kEnDash));
-            return;
         case 'L': case 'b': case 'h': case 'l': case 'o': case 'v': case 'w': case 'x': {
             passThrough(letter);
             // Only what precedes the first apostrophe comes along; a byte 3
@@ -365,6 +359,26 @@ void TVEscape(char lastOut) {
             }
             return;
     }
+}
+
+}  // namespace
+
+void TVEscape(char lastOut) {
+    int letter = TVGetc();
+    if (driver.isFull && RoffEscape(letter, lastOut)) return;
+    // A font change and the minus sign, the commonest escapes of manual
+    // pages, go without the set-up of the whole table.
+    if (letter == '-') {
+        push(static_cast<unsigned char>(kEnDash));
+        return;
+    }
+    if (letter == 'f') {
+        char name[2];
+        bool isLong = false;
+        if (readName(letter, name, isLong)) fontChange(name, isLong);
+        return;
+    }
+    escapeByLetter(letter, lastOut);
 }
 
 bool TVSpecialCharGet(char first, char second, unsigned char& code, bool& isSymbol) {
