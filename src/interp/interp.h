@@ -95,6 +95,9 @@ struct TVState {
     Document TVDocument;
     FontPosition TVFontTable[kFontPositions];
     std::unique_ptr<Rope> TVArgs[kArgRopes];
+    // How many of TVArgs, from the first, may hold characters: what fills
+    // them says so, and TVArgsEmpty empties those alone.
+    int TVArgsUsed = kArgRopes;
     TVReturnRecord TVReturn;
     ArgValue TVArg1, TVArg2, TVArg3, TVArg4, TVArg5, TVArg6, TVArg7, TVArg8, TVArg9;
     // The full mode's tr: what each byte of text is written as; null when

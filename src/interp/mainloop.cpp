@@ -136,6 +136,9 @@ void readRequestLine() {
     while (arg(tv.TVArgs[k].get())) {
         if (k < kArgRopes - 1) k++;
     }
+    // The last rope may hold what came before the line's end; a comment on
+    // the line may have been skipped into the overflow rope.
+    tv.TVArgsUsed = std::max(tv.TVArgsUsed, k + 1);
 }
 
 bool isCopyTag(const char* tag) { return tag && std::strcmp(tag, "copy") == 0; }
@@ -1133,14 +1136,14 @@ void TVReturnReset() {
 void TVArgsEmpty() {
     // An empty rope already holds its terminator, and a rope that holds
     // characters has a buffer: only those in use are touched.
-#pragma GCC unroll 11
-    for (auto& rope : tv.TVArgs) {
-        Rope* r = rope.get();
+    for (int k = 0; k < tv.TVArgsUsed; k++) {
+        Rope* r = tv.TVArgs[k].get();
         if (r && r->length != 0) {
             r->length = 0;
             r->text[0] = '\0';
         }
     }
+    tv.TVArgsUsed = 0;
 }
 
 namespace {
@@ -1204,6 +1207,7 @@ bool arg(Rope* rope) {
 Rope* TVSkipPast(char delimiter) {
     Rope* scratch = tv.TVArgs[10].get();
     RopeEmpty(scratch);
+    tv.TVArgsUsed = kArgRopes;
     // What lies before the delimiter in the input's buffer is taken in one go
     // (up to a newline or a byte 255, which nextChar takes).
     auto scan = [delimiter](const char* p, const char* end) {

@@ -862,6 +862,7 @@ void setRuleArgs(const Line& line, const char* units) {
         }
     }
     TVArgsEmpty();
+    tv.TVArgsUsed = std::max(tv.TVArgsUsed, static_cast<int>(std::min(spans.size() + 1, static_cast<size_t>(kArgRopes))));
     // The name as a C string, to its first NUL.
     const void* nul = std::memchr(name.data(), '\0', name.size());
     size_t nameLength = nul ? static_cast<size_t>(static_cast<const char*>(nul) - name.data()) : name.size();
