@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "tools/rope.h"
 #include "writer/model.h"
@@ -142,6 +143,11 @@ float TVCursorX();
 // input. The same reads, done in one go. `stop` must mark the byte 255, which
 // TVGetc gives as the end of input.
 void TVReadUntil(std::string& out, const bool* stop);
+// The rest of the input line, its newline included, when it lies whole in the
+// input's buffer and nothing is pushed back; else empty. TVTakeBuffered(n)
+// then takes its first n bytes as TVGetc would have read them.
+std::string_view TVBufferedLine();
+void TVTakeBuffered(size_t n);
 // Puts `text` in front of the unread input at once, within the expansion
 // budget that every pushed character counts against.
 void TVUnread(const char* text, size_t length);

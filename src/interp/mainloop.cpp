@@ -796,6 +796,19 @@ void TVReadUntil(std::string& out, const bool* stop) {
     s.lastInC = beforeLast;
 }
 
+std::string_view TVBufferedLine() {
+    Buffered b = buffered();
+    if (b.begin == b.end) return {};
+    const void* newline = std::memchr(b.begin, kNewline, static_cast<size_t>(b.end - b.begin));
+    if (!newline) return {};
+    return {b.begin, static_cast<size_t>(static_cast<const char*>(newline) + 1 - b.begin)};
+}
+
+void TVTakeBuffered(size_t n) {
+    const char* begin = driver.stdIn.file->_IO_read_ptr;
+    takeBuffered(begin, begin + n);
+}
+
 void TVUnread(const char* text, size_t length) { pushBack(text, length); }
 
 void TVPushAction(int action) {

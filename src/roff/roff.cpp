@@ -941,9 +941,60 @@ void RoffDefine() {
     TVSetDocumentFolder(roff.rootFolder);
 }
 
+namespace {
+
+// Whether the raw line's reader would read [p, end) as it stands: no comment,
+// escaped period or joined line among its escapes, no byte 255 (the end of
+// input). Says in `hasEscape` whether it holds an escape.
+bool readsAsItStands(const char* p, const char* end, char escape, bool& hasEscape) {
+    hasEscape = false;
+    if (std::memchr(p, 0xFF, static_cast<size_t>(end - p))) return false;
+    while (const void* at = std::memchr(p, escape, static_cast<size_t>(end - p))) {
+        const char* e = static_cast<const char*>(at);
+        if (e + 1 == end || e[1] == '"' || e[1] == '#' || e[1] == '.') return false;
+        hasEscape = true;
+        p = e + 2;
+    }
+    return true;
+}
+
+// Most control lines of a page call one of the package's macros. When such
+// a line lies whole in the input's buffer, reads as it stands and names no
+// string, macro or request of this layer, but a rule, its arguments are set
+// from the buffer and the line is taken as read, as the raw line's reader
+// would have taken it; otherwise nothing is read and the line goes the long
+// way.
+bool dispatchBuffered(int controlChar) {
+    const char escape = escapeChar();
+    if (escape == 0 || packageLine) return false;
+    const std::string_view buffered = TVBufferedLine();
+    if (buffered.empty()) return false;
+    const char* p = buffered.data();
+    const char* end = p + buffered.size() - 1;  // at the newline
+    bool hasEscape = false;
+    if (!readsAsItStands(p, end, escape, hasEscape)) return false;
+    skipBlanks(p, end);
+    const char* nameStart = p;
+    while (p < end && *p != ' ' && *p != '\t' && *p != escape) p++;
+    const auto nameLength = static_cast<size_t>(p - nameStart);
+    if (nameLength == 0 || nameLength > 2 || (p < end && *p == escape)) return false;
+    const std::string_view name(nameStart, nameLength);
+    if (roffStringGet(name) || findRequest(name)) return false;
+    const char key[3] = {name[0], nameLength == 2 ? name[1] : '\0', '\0'};
+    const char* units = TVRuleUnits(key);
+    if (!units) return false;
+    skipBlanks(p, end);
+    setRuleArgs(Line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, hasEscape}, units);
+    TVTakeBuffered(buffered.size());
+    return true;
+}
+
+}  // namespace
+
 RoffLine RoffControlLine(int controlChar) {
     // Inside a copy region the classic reader takes every line as it is.
     if (tv.TVReturn.endCommand) return RoffLine::Classic;
+    if (dispatchBuffered(controlChar)) return RoffLine::Dispatch;
     std::string& raw = scratch.raw;
     bool sawEscape = false;
     readRawLine(raw, &sawEscape);
