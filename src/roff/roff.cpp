@@ -42,6 +42,9 @@ struct Line {
     // False when the line is known to hold no escape character, which spares
     // the search for one.
     bool mayHoldEscape = true;
+    // True when the rest is known to read as interpolation would leave it:
+    // its escapes are none that interpolation replaces.
+    bool isInterpolated = false;
 };
 
 // What a handler does with its line: true when done, false when the line is
@@ -201,7 +204,7 @@ void dropBraces(std::string& text) {
 // The rest of a line interpolated as a request's arguments are. Without an
 // escape character in it, that is the rest as it stands.
 std::string_view normalRest(const Line& line) {
-    if (!line.mayHoldEscape) return line.rest;
+    if (!line.mayHoldEscape || line.isInterpolated) return line.rest;
     const char escape = escapeChar() != 0 ? escapeChar() : '\\';
     if (std::memchr(line.rest.data(), escape, line.rest.size()) == nullptr) return line.rest;
     scratch.text.clear();
@@ -432,7 +435,7 @@ bool alsRequest(const Line& line) {
 bool nrRequest(const Line& line) {
     std::string_view rest = normalRest(line);
     std::string_view tail;
-    std::string name(firstWord(rest, &tail));
+    const std::string_view name = firstWord(rest, &tail);
     if (name.empty()) return true;
     std::string_view valueText = firstWord(tail, &tail);
     const char* p = valueText.data();
@@ -441,7 +444,10 @@ bool nrRequest(const Line& line) {
     if (p < end && (*p == '+' || *p == '-')) sign = *p++ == '+' ? 1 : -1;
     int64_t value = 0;
     if (!roffExpression(p, end, 'u', value)) return true;
-    Register& r = roff.registers[name];
+    // Most registers are set again and again: found by the name as it is.
+    auto found = roff.registers.find(name);
+    if (found == roff.registers.end()) found = roff.registers.try_emplace(std::string(name)).first;
+    Register& r = found->second;
     r.value = sign == 0 ? value : r.value + sign * value;
     std::string_view stepText = firstWord(tail);
     const char* q = stepText.data();
@@ -901,6 +907,49 @@ void setRuleArgs(const Line& line, const char* units) {
     }
 }
 
+// The commonest macro line holds words alone: no quote, no escape character,
+// at most nine words, none of them a number to evaluate. Its words go
+// straight into TVArgs as setRuleArgs would put them; false, with nothing
+// done, for any other line.
+bool setWordArgs(std::string_view name, const char* p, const char* end, const char* units) {
+    constexpr size_t kWords = 9;
+    const char* starts[kWords];  // filled as far as `count`
+    size_t lengths[kWords];
+    size_t count = 0;
+    for (;;) {
+        skipBlanks(p, end);
+        if (p == end) break;
+        if (count == kWords) return false;
+        const char* start = p;
+        while (p < end && *p != ' ' && *p != '\t') {
+            if (*p == '"') return false;
+            p++;
+        }
+        starts[count] = start;
+        lengths[count++] = static_cast<size_t>(p - start);
+    }
+    for (size_t k = 0; k < count && units[k] != '\0'; k++) {
+        if (evaluateNumericArg(std::string_view(starts[k], lengths[k]), units[k], scratch.text)) return false;
+    }
+    if (std::memchr(name.data(), '\0', name.size())) return false;
+    TVArgsEmpty();
+    tv.TVArgsUsed = std::max(tv.TVArgsUsed, static_cast<int>(count + 1));
+    for (char c : name) RopeAppend(tv.TVArgs[0].get(), c);
+    for (size_t k = 0; k < count; k++) {
+        Rope* rope = tv.TVArgs[k + 1].get();
+        // A word that begins with a control character stays text, as in
+        // setRuleArgs.
+        const std::string_view word(starts[k], lengths[k]);
+        bool isControl = word[0] == tv.TVControlChar || word[0] == tv.TVNoBreakControlChar;
+        if (isControl && !(word.size() > 1 && word[1] >= '0' && word[1] <= '9')) {
+            RopeAppend(rope, escapeChar());
+            RopeAppend(rope, '&');
+        }
+        ropeAppendBlock(rope, word.data(), word.size());
+    }
+    return true;
+}
+
 // ---- Macro calls ---------------------------------------------------------------------------
 
 void callMacro(const Line& line, const std::string& body) {
@@ -943,16 +992,32 @@ void RoffDefine() {
 
 namespace {
 
+// The escapes that interpolating a request's arguments replaces (strings,
+// registers, arguments, widths, the checks of \B and \A, block braces): a
+// line without them reads as it stands.
+bool isInterpolatedEscape(char letter) {
+    switch (letter) {
+        case '*': case 'n': case '$': case 'w': case 'B': case 'A': case '{': case '}':
+            return true;
+        default:
+            return false;
+    }
+}
+
 // Whether the raw line's reader would read [p, end) as it stands: no comment,
 // escaped period or joined line among its escapes, no byte 255 (the end of
-// input). Says in `hasEscape` whether it holds an escape.
-bool readsAsItStands(const char* p, const char* end, char escape, bool& hasEscape) {
+// input). Says in `hasEscape` whether it holds an escape, and in
+// `isInterpolated` whether interpolation would leave it as it is.
+bool readsAsItStands(const char* p, const char* end, char escape, bool& hasEscape, bool& isInterpolated) {
     hasEscape = false;
+    isInterpolated = true;
+    if (static_cast<size_t>(end - p) > kMaxLineLength) return false;
     if (std::memchr(p, 0xFF, static_cast<size_t>(end - p))) return false;
     while (const void* at = std::memchr(p, escape, static_cast<size_t>(end - p))) {
         const char* e = static_cast<const char*>(at);
         if (e + 1 == end || e[1] == '"' || e[1] == '#' || e[1] == '.') return false;
         hasEscape = true;
+        if (isInterpolatedEscape(e[1])) isInterpolated = false;
         p = e + 2;
     }
     return true;
@@ -971,8 +1036,8 @@ bool dispatchBuffered(int controlChar) {
     if (buffered.empty()) return false;
     const char* p = buffered.data();
     const char* end = p + buffered.size() - 1;  // at the newline
-    bool hasEscape = false;
-    if (!readsAsItStands(p, end, escape, hasEscape)) return false;
+    bool hasEscape = false, isInterpolated = true;
+    if (!readsAsItStands(p, end, escape, hasEscape, isInterpolated)) return false;
     skipBlanks(p, end);
     const char* nameStart = p;
     while (p < end && *p != ' ' && *p != '\t' && *p != escape) p++;
@@ -984,7 +1049,10 @@ bool dispatchBuffered(int controlChar) {
     const char* units = TVRuleUnits(key);
     if (!units) return false;
     skipBlanks(p, end);
-    setRuleArgs(Line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, hasEscape}, units);
+    if (hasEscape || !setWordArgs(name, p, end, units)) {
+        setRuleArgs(Line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, hasEscape, isInterpolated},
+                    units);
+    }
     TVTakeBuffered(buffered.size());
     return true;
 }
