@@ -127,8 +127,9 @@ void interpolateRegister(const char*& p, const char* end, std::string& out) {
         step = *p == '+' ? 1 : -1;
         p++;
     }
-    std::string name;
-    if (!roffReadName(p, end, name)) return;
+    std::string_view name;
+    std::string resolved;  // used by a name that holds escapes alone
+    if (!roffReadNameView(p, end, name, resolved)) return;
     out += roffRegisterText(name, step);
 }
 
@@ -202,8 +203,9 @@ void roffResolveName(std::string& name) {
     name = std::move(inner);
 }
 
-bool roffReadName(const char*& p, const char* end, std::string& name, std::string* rest) {
-    name.clear();
+bool roffReadNameView(const char*& p, const char* end, std::string_view& name, std::string& resolved,
+                      std::string* rest) {
+    name = {};
     if (p >= end) return false;
     char c = *p++;
     if (c == '(') {
@@ -211,12 +213,12 @@ bool roffReadName(const char*& p, const char* end, std::string& name, std::strin
             p = end;
             return false;
         }
-        name.assign(p, 2);
+        name = std::string_view(p, 2);
         p += 2;
         return true;
     }
     if (c != '[') {
-        name.assign(1, c);
+        name = std::string_view(p - 1, 1);
         return true;
     }
     const char* start = p;
@@ -230,8 +232,12 @@ bool roffReadName(const char*& p, const char* end, std::string& name, std::strin
         if (*p == ']') depth--;
         p++;
     }
-    name.assign(start, static_cast<size_t>(p - start));
-    if (hasEscape) roffResolveName(name);
+    name = std::string_view(start, static_cast<size_t>(p - start));
+    if (hasEscape) {
+        resolved.assign(name);
+        roffResolveName(resolved);
+        name = resolved;
+    }
     if (rest && p < end && *p != ']') {
         // Arguments of a string call: up to the closing bracket, escapes
         // and nested brackets included.
@@ -251,6 +257,14 @@ bool roffReadName(const char*& p, const char* end, std::string& name, std::strin
     if (p >= end) return false;
     p++;  // the closing bracket
     return true;
+}
+
+bool roffReadName(const char*& p, const char* end, std::string& name, std::string* rest) {
+    std::string_view view;
+    name.clear();
+    bool isRead = roffReadNameView(p, end, view, name, rest);
+    if (name.empty()) name.assign(view);  // a resolved name is there already
+    return isRead;
 }
 
 bool roffReadDelimited(const char*& p, const char* end, std::string& content) {

@@ -95,6 +95,10 @@ void roffInterpolate(std::string_view in, std::string& out, bool isCopyMode, int
 // go to `rest`). `p` points after the escape letter and is advanced. False
 // when the text ends first.
 bool roffReadName(const char*& p, const char* end, std::string& name, std::string* rest = nullptr);
+// The same, without a copy: `name` is the name within the text, or in
+// `resolved` when the name held escapes.
+bool roffReadNameView(const char*& p, const char* end, std::string_view& name, std::string& resolved,
+                      std::string* rest = nullptr);
 
 // A bracketed name that holds escapes (\n[a\n[b]]) becomes what they
 // interpolate to; any other name stays as it is.
