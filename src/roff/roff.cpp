@@ -740,8 +740,32 @@ constexpr auto kRequestsByFirstByte = [] {
     return ranges;
 }();
 
+// The rows of kRequests whose names have one or two bytes, by those bytes
+// (the second 0 for a one-byte name), as the row's index + 1 (0: no row):
+// most control lines name one or two bytes, and are found at one step.
+constexpr auto kShortRequests = [] {
+    std::array<uint8_t, 65536> rows{};
+    static_assert(std::size(kRequests) < 255);
+    for (size_t i = 0; i < std::size(kRequests); i++) {
+        const std::string_view name = kRequests[i].name;
+        if (name.size() > 2) continue;
+        size_t key = static_cast<size_t>(static_cast<unsigned char>(name[0])) << 8 |
+                     (name.size() == 2 ? static_cast<unsigned char>(name[1]) : 0);
+        if (rows[key] == 0) rows[key] = static_cast<uint8_t>(i + 1);
+    }
+    return rows;
+}();
+
 const RoffRequest* findRequest(std::string_view name) {
     if (name.empty()) return nullptr;
+    if (name.size() <= 2) {
+        size_t key = static_cast<size_t>(static_cast<unsigned char>(name[0])) << 8 |
+                     (name.size() == 2 ? static_cast<unsigned char>(name[1]) : 0);
+        const uint8_t row = kShortRequests[key];
+        // A two-byte name whose second byte is 0 has the key of a one-byte
+        // name: the name itself decides.
+        return row != 0 && kRequests[row - 1].name == name ? &kRequests[row - 1] : nullptr;
+    }
     const RequestRange& range = kRequestsByFirstByte[static_cast<unsigned char>(name[0])];
     for (size_t i = range.first; i < range.last; i++) {
         std::string_view row = kRequests[i].name;
@@ -1023,38 +1047,51 @@ bool readsAsItStands(const char* p, const char* end, char escape, bool& hasEscap
     return true;
 }
 
+// How a control line lying whole in the input's buffer was taken.
+enum class Buffered {
+    None,        // not so: nothing was read
+    Dispatched,  // its rule's arguments are set and the line is read
+    Read,        // the line is read, as the raw line's reader would give it
+};
+
 // Most control lines of a page call one of the package's macros. When such
 // a line lies whole in the input's buffer, reads as it stands and names no
 // string, macro or request of this layer, but a rule, its arguments are set
-// from the buffer and the line is taken as read, as the raw line's reader
-// would have taken it; otherwise nothing is read and the line goes the long
-// way.
-bool dispatchBuffered(int controlChar) {
+// from the buffer and the line is taken as read. Any other line that reads
+// as it stands is copied to `raw` from the buffer; the rest go the long way.
+Buffered readBuffered(int controlChar, std::string& raw, bool& sawEscape, bool& isInterpolated) {
     const char escape = escapeChar();
-    if (escape == 0 || packageLine) return false;
+    if (escape == 0) return Buffered::None;
     const std::string_view buffered = TVBufferedLine();
-    if (buffered.empty()) return false;
+    if (buffered.empty()) return Buffered::None;
     const char* p = buffered.data();
     const char* end = p + buffered.size() - 1;  // at the newline
-    bool hasEscape = false, isInterpolated = true;
-    if (!readsAsItStands(p, end, escape, hasEscape, isInterpolated)) return false;
+    bool hasEscape = false;
+    if (!readsAsItStands(p, end, escape, hasEscape, isInterpolated)) return Buffered::None;
+    sawEscape = hasEscape;
     skipBlanks(p, end);
     const char* nameStart = p;
     while (p < end && *p != ' ' && *p != '\t' && *p != escape) p++;
     const auto nameLength = static_cast<size_t>(p - nameStart);
-    if (nameLength == 0 || nameLength > 2 || (p < end && *p == escape)) return false;
     const std::string_view name(nameStart, nameLength);
-    if (roffStringGet(name) || findRequest(name)) return false;
-    const char key[3] = {name[0], nameLength == 2 ? name[1] : '\0', '\0'};
-    const char* units = TVRuleUnits(key);
-    if (!units) return false;
+    const char* units = nullptr;
+    if (!packageLine && nameLength > 0 && nameLength <= 2 && !(p < end && *p == escape) && !roffStringGet(name) &&
+        !findRequest(name)) {
+        const char key[3] = {name[0], nameLength == 2 ? name[1] : '\0', '\0'};
+        units = TVRuleUnits(key);
+    }
+    if (!units) {
+        raw.assign(buffered.data(), buffered.size() - 1);
+        TVTakeBuffered(buffered.size());
+        return Buffered::Read;
+    }
     skipBlanks(p, end);
     if (hasEscape || !setWordArgs(name, p, end, units)) {
         setRuleArgs(Line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, hasEscape, isInterpolated},
                     units);
     }
     TVTakeBuffered(buffered.size());
-    return true;
+    return Buffered::Dispatched;
 }
 
 }  // namespace
@@ -1062,10 +1099,14 @@ bool dispatchBuffered(int controlChar) {
 RoffLine RoffControlLine(int controlChar) {
     // Inside a copy region the classic reader takes every line as it is.
     if (tv.TVReturn.endCommand) return RoffLine::Classic;
-    if (dispatchBuffered(controlChar)) return RoffLine::Dispatch;
     std::string& raw = scratch.raw;
-    bool sawEscape = false;
-    readRawLine(raw, &sawEscape);
+    bool sawEscape = false, isInterpolated = false;
+    const Buffered buffered = readBuffered(controlChar, raw, sawEscape, isInterpolated);
+    if (buffered == Buffered::Dispatched) return RoffLine::Dispatch;
+    if (buffered == Buffered::None) {
+        readRawLine(raw, &sawEscape);
+        isInterpolated = false;
+    }
     const char* p = raw.data();
     const char* end = p + raw.size();
     skipBlanks(p, end);
@@ -1078,7 +1119,8 @@ RoffLine RoffControlLine(int controlChar) {
     skipBlanks(p, end);
     // Without an escape character the line's text is all it can hold; with
     // none set (eo), a backslash is still looked for.
-    Line line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, sawEscape || escape == 0};
+    Line line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, sawEscape || escape == 0,
+              isInterpolated};
 
     if (const std::string* body = roffStringGet(name)) {
         // The body is read before anything the call does can redefine it.
