@@ -148,6 +148,12 @@ void TVReadUntil(std::string& out, const bool* stop);
 // then takes its first n bytes as TVGetc would have read them.
 std::string_view TVBufferedLine();
 void TVTakeBuffered(size_t n);
+// The same for the pushback (a macro's body being read): the rest of the
+// pushed line, when its newline is pushed too, copied to `out` in reading
+// order with its newline; false, `out` untouched, otherwise.
+// TVTakePushedLine(n) then takes its first n bytes and the newline.
+bool TVPushedLine(std::string& out);
+void TVTakePushedLine(size_t n);
 // Puts `text` in front of the unread input at once, within the expansion
 // budget that every pushed character counts against.
 void TVUnread(const char* text, size_t length);

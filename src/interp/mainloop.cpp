@@ -17,6 +17,7 @@
 #include "preproc/preproc.h"
 #include "requests/rb.h"
 #include "roff/roff.h"
+#include "tools/bytes.h"
 #include "writer/vifout.h"
 
 TVState tv;
@@ -125,7 +126,7 @@ void pushBack(const char* text, size_t n) {
     }
     size_t old = s.echoes.size();
     s.echoes.resize(old + n);
-    std::reverse_copy(text, text + n, s.echoes.begin() + static_cast<std::ptrdiff_t>(old));
+    reverseCopy(text, text + n, s.echoes.data() + old);
 }
 
 // Splits the rest of a request line into TVArgs; the eleventh and later
@@ -738,7 +739,7 @@ void TVReadUntil(std::string& out, const bool* stop) {
         if (count != 0) {
             size_t old = out.size();
             out.resize(old + count);
-            std::reverse_copy(p, p + count, out.begin() + static_cast<std::ptrdiff_t>(old));
+            reverseCopy(p, p + count, out.data() + old);
             beforeLast = count >= 2 ? static_cast<signed char>(p[1]) : last;
             last = static_cast<signed char>(p[0]);
             s.echoes.resize(s.echoes.size() - count);
@@ -802,6 +803,34 @@ std::string_view TVBufferedLine() {
     const void* newline = std::memchr(b.begin, kNewline, static_cast<size_t>(b.end - b.begin));
     if (!newline) return {};
     return {b.begin, static_cast<size_t>(static_cast<const char*>(newline) + 1 - b.begin)};
+}
+
+bool TVPushedLine(std::string& out) {
+#ifdef __GLIBC__
+    const std::string& e = s.echoes;  // reversed: the next character is at the back
+    if (e.empty()) return false;
+    const void* found = memrchr(e.data(), kNewline, e.size());
+    if (!found) return false;
+    const char* first = static_cast<const char*>(found) + 1;
+    const auto n = static_cast<size_t>(e.data() + e.size() - first);
+    out.resize(n + 1);
+    reverseCopy(first, e.data() + e.size(), out.data());
+    out[n] = static_cast<char>(kNewline);
+    return true;
+#else
+    (void)out;
+    return false;
+#endif
+}
+
+void TVTakePushedLine(size_t n) {
+    // As n + 1 calls of nextChar would leave it: the newline last read,
+    // the line's last character before it.
+    std::string& e = s.echoes;
+    s.lastInC = n > 0 ? static_cast<signed char>(e[e.size() - n]) : s.inC;
+    s.inC = kNewline;
+    s.wasFromEchoes = true;
+    e.resize(e.size() - n - 1);
 }
 
 void TVTakeBuffered(size_t n) {

@@ -234,9 +234,13 @@ bool roffReadNameView(const char*& p, const char* end, std::string_view& name, s
     }
     name = std::string_view(start, static_cast<size_t>(p - start));
     if (hasEscape) {
-        resolved.assign(name);
-        roffResolveName(resolved);
-        name = resolved;
+        // Resolved straight from the text, as roffResolveName would.
+        const char escape = tv.TVEscapeChar != 0 ? tv.TVEscapeChar : '\\';
+        if (name.find(escape) != std::string_view::npos) {
+            resolved.clear();
+            roffInterpolate(name, resolved, false, kMaxInterpolationDepth - 1);
+            name = resolved;
+        }
     }
     if (rest && p < end && *p != ']') {
         // Arguments of a string call: up to the closing bracket, escapes

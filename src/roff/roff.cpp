@@ -67,6 +67,7 @@ struct Scratch {
     std::string raw;
     std::string text;
     std::string skipped;  // a comment's text
+    std::string pushed;   // a line of the pushback, in reading order
     std::vector<std::string> args;
     // The arguments of a line for the rule table, one after the other with a
     // blank after each.
@@ -1047,23 +1048,39 @@ bool readsAsItStands(const char* p, const char* end, char escape, bool& hasEscap
     return true;
 }
 
-// How a control line lying whole in the input's buffer was taken.
+// Takes a line of `size` bytes, its newline included, from the pushback or
+// the input's buffer.
+void takeLine(bool isPushed, size_t size) {
+    if (isPushed) {
+        TVTakePushedLine(size - 1);
+    } else {
+        TVTakeBuffered(size);
+    }
+}
+
+// How a control line lying whole in the input's buffer, or in the pushback,
+// was taken.
 enum class Buffered {
     None,        // not so: nothing was read
     Dispatched,  // its rule's arguments are set and the line is read
     Read,        // the line is read, as the raw line's reader would give it
 };
 
-// Most control lines of a page call one of the package's macros. When such
-// a line lies whole in the input's buffer, reads as it stands and names no
-// string, macro or request of this layer, but a rule, its arguments are set
-// from the buffer and the line is taken as read. Any other line that reads
-// as it stands is copied to `raw` from the buffer; the rest go the long way.
+// Most control lines of a page call one of the package's macros, and most
+// lines of a macro's body lie whole in the pushback. When such a line lies
+// whole in the input's buffer or the pushback, reads as it stands and names
+// no string, macro or request of this layer, but a rule, its arguments are
+// set from it and the line is taken as read. Any other line that reads as it
+// stands is copied to `raw`; the rest go the long way.
 Buffered readBuffered(int controlChar, std::string& raw, bool& sawEscape, bool& isInterpolated) {
     const char escape = escapeChar();
     if (escape == 0) return Buffered::None;
-    const std::string_view buffered = TVBufferedLine();
-    if (buffered.empty()) return Buffered::None;
+    std::string_view buffered = TVBufferedLine();
+    const bool isPushed = buffered.empty();
+    if (isPushed) {
+        if (!TVPushedLine(scratch.pushed)) return Buffered::None;
+        buffered = scratch.pushed;
+    }
     const char* p = buffered.data();
     const char* end = p + buffered.size() - 1;  // at the newline
     bool hasEscape = false;
@@ -1082,7 +1099,7 @@ Buffered readBuffered(int controlChar, std::string& raw, bool& sawEscape, bool& 
     }
     if (!units) {
         raw.assign(buffered.data(), buffered.size() - 1);
-        TVTakeBuffered(buffered.size());
+        takeLine(isPushed, buffered.size());
         return Buffered::Read;
     }
     skipBlanks(p, end);
@@ -1090,7 +1107,7 @@ Buffered readBuffered(int controlChar, std::string& raw, bool& sawEscape, bool& 
         setRuleArgs(Line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, hasEscape, isInterpolated},
                     units);
     }
-    TVTakeBuffered(buffered.size());
+    takeLine(isPushed, buffered.size());
     return Buffered::Dispatched;
 }
 
