@@ -213,6 +213,7 @@ Table readTable(const std::vector<std::string>& lines) {
         row.formatIndex = nextFormat;
         if (nextFormat + 1 < table.formats.size()) nextFormat++;
         while (row.formatIndex > sectionStart && isRuleRow(table.formats[row.formatIndex])) row.formatIndex--;
+        row.cells.reserve(table.formats[row.formatIndex].size());
         std::string_view rest(line);
         size_t start = 0;
         for (;;) {
@@ -254,8 +255,14 @@ Table readTable(const std::vector<std::string>& lines) {
     for (Row& row : table.rows) {
         if (row.cells.empty()) continue;
         row.format = &table.formats[row.formatIndex];
+        // Without a span in its format a row keeps its entries as they are.
+        if (std::none_of(row.format->begin(), row.format->end(), [](const Column& c) { return c.key == 's'; })) {
+            if (row.cells.size() > columns) row.cells.resize(columns);
+            continue;
+        }
         std::vector<Cell> entries = std::move(row.cells);
         row.cells.clear();
+        row.cells.reserve(columns);
         size_t next = 0;
         for (size_t k = 0; k < columns && next < entries.size(); k++) {
             if (keyOf(row, k) == 's') {

@@ -226,11 +226,18 @@ bool roffReadNameView(const char*& p, const char* end, std::string_view& name, s
     // the name is what they interpolate to.
     int depth = 0;
     bool hasEscape = false;
-    while (p < end && (*p != ']' || depth > 0) && !(rest && depth == 0 && (*p == ' ' || *p == '\t'))) {
-        if (*p == '\\') hasEscape = true;
-        if (*p == '[') depth++;
-        if (*p == ']') depth--;
-        p++;
+    for (; p < end; p++) {
+        const char c = *p;
+        if (c == ']') {
+            if (depth == 0) break;
+            depth--;
+        } else if (c == '[') {
+            depth++;
+        } else if (c == '\\') {
+            hasEscape = true;
+        } else if (rest && depth == 0 && (c == ' ' || c == '\t')) {
+            break;
+        }
     }
     name = std::string_view(start, static_cast<size_t>(p - start));
     if (hasEscape) {

@@ -68,6 +68,7 @@ struct Scratch {
     std::string text;
     std::string skipped;  // a comment's text
     std::string pushed;   // a line of the pushback, in reading order
+    std::string condition;  // a conditional's line, interpolated
     std::vector<std::string> args;
     // The arguments of a line for the rule table, one after the other with a
     // blank after each.
@@ -214,10 +215,12 @@ std::string_view normalRest(const Line& line) {
     return scratch.text;
 }
 
-void unreadLine(const std::string& text) {
-    std::string line = text;
-    line += static_cast<char>(kNewline);
-    TVUnread(line.data(), line.size());
+// Puts `text` and a newline in front of the unread input, to be read as a
+// line; the newline goes first, the pushback being read from its end.
+void unreadLine(std::string_view text) {
+    const char newline = static_cast<char>(kNewline);
+    TVUnread(&newline, 1);
+    TVUnread(text.data(), text.size());
 }
 
 // ---- Conditionals --------------------------------------------------------------
@@ -269,11 +272,12 @@ void conditionalBody(const char* p, const char* end, bool holds) {
         p += 2;
         skipBlanks(p, end);
     }
-    if (p < end) unreadLine(std::string(p, end));
+    if (p < end) unreadLine(std::string_view(p, static_cast<size_t>(end - p)));
 }
 
 bool conditional(const Line& line, bool isIe) {
-    std::string text;
+    std::string& text = scratch.condition;
+    text.clear();
     roffInterpolate(line.rest, text, false);
     const char* p = text.data();
     const char* end = p + text.size();
@@ -577,7 +581,7 @@ bool doRequest(const Line& line) {
 
 // nop: the rest is an input line.
 bool nopRequest(const Line& line) {
-    if (!line.rest.empty()) unreadLine(std::string(line.rest));
+    if (!line.rest.empty()) unreadLine(line.rest);
     return true;
 }
 
