@@ -145,8 +145,7 @@ void roffWarnOnce(const std::string& key, const std::string& message) {
     if (roff.warned.insert(key).second) roffWarn(message);
 }
 
-const std::string* roffStringGet(std::string_view name) {
-    if (!roff.stringNames.test(nameFilterKey(name))) return nullptr;
+const std::string* roffStringFind(std::string_view name) {
     auto found = roff.strings.find(name);
     if (found != roff.strings.end()) return &found->second;
     return nullptr;

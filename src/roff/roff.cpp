@@ -761,7 +761,7 @@ constexpr auto kShortRequests = [] {
     return rows;
 }();
 
-const RoffRequest* findRequest(std::string_view name) {
+[[gnu::always_inline]] inline const RoffRequest* findRequest(std::string_view name) {
     if (name.empty()) return nullptr;
     if (name.size() <= 2) {
         size_t key = static_cast<size_t>(static_cast<unsigned char>(name[0])) << 8 |
@@ -1091,8 +1091,10 @@ Buffered readBuffered(int controlChar, std::string& raw, bool& sawEscape, bool& 
     if (!readsAsItStands(p, end, escape, hasEscape, isInterpolated)) return Buffered::None;
     sawEscape = hasEscape;
     skipBlanks(p, end);
+    // A rule's name has one or two bytes: a third ends the scan.
     const char* nameStart = p;
-    while (p < end && *p != ' ' && *p != '\t' && *p != escape) p++;
+    const char* nameLimit = end - p > 3 ? p + 3 : end;
+    while (p < nameLimit && *p != ' ' && *p != '\t' && *p != escape) p++;
     const auto nameLength = static_cast<size_t>(p - nameStart);
     const std::string_view name(nameStart, nameLength);
     const char* units = nullptr;

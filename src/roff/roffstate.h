@@ -79,7 +79,13 @@ void roffWarn(const std::string& message);
 
 // The value of a string or macro, or null: the layer's own table first, then
 // the strings the macro package defined.
-const std::string* roffStringGet(std::string_view name);
+const std::string* roffStringFind(std::string_view name);
+// Most names (the package's own macros) were never given a string: the
+// filter says so without a call.
+inline const std::string* roffStringGet(std::string_view name) {
+    if (!roff.stringNames.test(nameFilterKey(name))) return nullptr;
+    return roffStringFind(name);
+}
 // The value of the string or macro `name` to be set (empty when it is new):
 // every definition goes through here, which keeps the filter of names.
 std::string& roffStringSlot(std::string_view name);
