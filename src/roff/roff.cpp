@@ -960,7 +960,9 @@ bool setWordArgs(std::string_view name, const char* p, const char* end, const ch
     for (size_t k = 0; k < count && units[k] != '\0'; k++) {
         if (evaluateNumericArg(std::string_view(starts[k], lengths[k]), units[k], scratch.text)) return false;
     }
-    if (std::memchr(name.data(), '\0', name.size())) return false;
+    for (char c : name) {  // one or two bytes
+        if (c == '\0') return false;
+    }
     TVArgsEmpty();
     tv.TVArgsUsed = std::max(tv.TVArgsUsed, static_cast<int>(count + 1));
     for (char c : name) RopeAppend(tv.TVArgs[0].get(), c);
