@@ -1,6 +1,8 @@
 // The roff layer's names: strings and macros in one table, number registers
 // with their formats and the predefined read-only registers, and the
 // interpolation of \*, \n, \$, \w, \B and \A in a line.
+#include <array>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -119,6 +121,26 @@ bool readOnlyRegister(std::string_view name, int64_t& value) {
     return false;
 }
 
+// Appends a register's text as roffRegisterText gives it; the commonest
+// format, plain digits, without a string of its own.
+void appendRegisterText(std::string_view name, int step, std::string& out) {
+    auto found = roff.registers.find(name);
+    int64_t value = 0;
+    if (found != roff.registers.end()) {
+        Register& r = found->second;
+        r.value += step * r.step;
+        if (r.format != "1") {
+            out += formatted(r);
+            return;
+        }
+        value = r.value;
+    } else {
+        readOnlyRegister(name, value);
+    }
+    char digits[24];
+    out.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+}
+
 // Appends, for \nx, \n(xx, \n[name], \n+x and \n-x at `p` (after the n),
 // the register's text; an unknown register is 0.
 void interpolateRegister(const char*& p, const char* end, std::string& out) {
@@ -130,7 +152,7 @@ void interpolateRegister(const char*& p, const char* end, std::string& out) {
     std::string_view name;
     std::string resolved;  // used by a name that holds escapes alone
     if (!roffReadNameView(p, end, name, resolved)) return;
-    out += roffRegisterText(name, step);
+    appendRegisterText(name, step, out);
 }
 
 }  // namespace
@@ -158,16 +180,11 @@ std::string& roffStringSlot(std::string_view name) {
     return roff.strings[std::string(name)];
 }
 
+
 std::string roffRegisterText(std::string_view name, int step) {
-    auto found = roff.registers.find(name);
-    if (found != roff.registers.end()) {
-        Register& r = found->second;
-        r.value += step * r.step;
-        return formatted(r);
-    }
-    int64_t value = 0;
-    readOnlyRegister(name, value);
-    return std::to_string(value);
+    std::string text;
+    appendRegisterText(name, step, text);
+    return text;
 }
 
 std::string roffRegisterFormat(std::string_view name) {
@@ -223,9 +240,20 @@ bool roffReadNameView(const char*& p, const char* end, std::string_view& name, s
     const char* start = p;
     // A name may hold escapes of its own (\n[a\n[b]]): brackets nest, and
     // the name is what they interpolate to.
+    // The bytes that may end the name or change its depth, without and with
+    // arguments after the name: the others are passed over in one loop.
+    static constexpr auto kStops = [] {
+        std::array<std::array<bool, 256>, 2> stops{};
+        for (auto& table : stops) table[']'] = table['['] = table['\\'] = true;
+        stops[1][' '] = stops[1]['\t'] = true;
+        return stops;
+    }();
+    const bool* stops = kStops[rest != nullptr].data();
     int depth = 0;
     bool hasEscape = false;
     for (; p < end; p++) {
+        while (p < end && !stops[static_cast<unsigned char>(*p)]) p++;
+        if (p == end) break;
         const char c = *p;
         if (c == ']') {
             if (depth == 0) break;
@@ -234,8 +262,8 @@ bool roffReadNameView(const char*& p, const char* end, std::string_view& name, s
             depth++;
         } else if (c == '\\') {
             hasEscape = true;
-        } else if (rest && depth == 0 && (c == ' ' || c == '\t')) {
-            break;
+        } else if (depth == 0) {
+            break;  // a blank: the arguments follow
         }
     }
     name = std::string_view(start, static_cast<size_t>(p - start));
