@@ -109,7 +109,12 @@ bool readOnlyRegister(std::string_view name, int64_t& value) {
         }
         return true;
     }
-    if (name == ".c") { value = driver.stdIn.line; return true; }
+    if (name == ".c") {
+        // The line being read: a line whose end was just read (a control
+        // line, whose arguments are read whole) is still the current one.
+        value = driver.stdIn.line - (driver.stdIn.lastChar == '\n' ? 1 : 0);
+        return true;
+    }
     if (name == ".t") { value = kUnitsPerInch * 10; return true; }
     if (name == "yr" || name == "mo" || name == "dy" || name == "dw") {
         std::tm date = documentDate();

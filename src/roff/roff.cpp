@@ -1111,11 +1111,17 @@ Buffered readBuffered(int controlChar, std::string& raw, bool& sawEscape, bool& 
         return Buffered::Read;
     }
     skipBlanks(p, end);
-    if (hasEscape || !setWordArgs(name, p, end, units)) {
-        setRuleArgs(Line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, hasEscape, isInterpolated},
-                    units);
+    if (!hasEscape && setWordArgs(name, p, end, units)) {
+        takeLine(isPushed, buffered.size());
+        return Buffered::Dispatched;
     }
+    // Arguments that may be interpolated are read once the line is taken,
+    // as the raw line's reader takes it (\n(.c counts its end); its bytes
+    // stay where they are, the pushback's copy or the input's buffer, which
+    // nothing refills before the next read.
     takeLine(isPushed, buffered.size());
+    setRuleArgs(Line{name, std::string_view(p, static_cast<size_t>(end - p)), controlChar, hasEscape, isInterpolated},
+                units);
     return Buffered::Dispatched;
 }
 
