@@ -643,14 +643,8 @@ private:
             // Read as the main loop reads it: in the full mode behind a
             // literal marker.
             if (driver.isFull) nextChar();
-            int c = nextChar();
             if (!VifFontOut(textFont(), driver.bodyStream)) fatalStdio();
-            writeChar(static_cast<char>(c));
-            s.pendingAdvances++;
-            s.lastOutC = static_cast<char>(c);
-            last_ = s.inC;
-            beforeLast_ = s.lastInC;
-            isLastWritten_ = true;
+            writeNext();
             return VifFontSettled();
         }
         if (!s.echoes.empty()) return false;
@@ -664,6 +658,13 @@ private:
         }
         // The writer's font is not settled: that character is written on its
         // own, and the main loop goes on after it.
+        writeNext();
+        return false;
+    }
+
+    // Reads the next character and writes it as a plain one, in the font
+    // already given to the writer.
+    [[gnu::always_inline]] void writeNext() {
         int c = nextChar();
         writeChar(static_cast<char>(c));
         s.pendingAdvances++;
@@ -671,7 +672,6 @@ private:
         last_ = s.inC;
         beforeLast_ = s.lastInC;
         isLastWritten_ = true;
-        return false;
     }
 
     // Whether the pushback holds just the en dash a minus sign leaves (in the
