@@ -139,10 +139,10 @@ int TVGetc();
 // The cursor's advance on the output line so far, in inches.
 float TVCursorX();
 // Appends to `out` the characters TVGetc would give up to the first whose
-// byte is marked in `stop` (256 entries), which is left unread, or the end of
-// input. The same reads, done in one go. `stop` must mark the byte 255, which
-// TVGetc gives as the end of input.
-void TVReadUntil(std::string& out, const bool* stop);
+// byte is marked in `stop` (256 entries), which is left unread, the end of
+// input, or `limit` characters. The same reads, done in one go. `stop` must
+// mark the byte 255, which TVGetc gives as the end of input.
+void TVReadUntil(std::string& out, const bool* stop, size_t limit = SIZE_MAX);
 // The rest of the input line, its newline included, when it lies whole in the
 // input's buffer and nothing is pushed back; else empty. TVTakeBuffered(n)
 // then takes its first n bytes as TVGetc would have read them.

@@ -725,17 +725,18 @@ float TVCursorX() {
     return tv.TVCursor.x;
 }
 
-void TVReadUntil(std::string& out, const bool* stop) {
+void TVReadUntil(std::string& out, const bool* stop, size_t limit) {
     auto isStop = [stop](unsigned char c) { return stop[c]; };
     int last = s.inC;
     int beforeLast = s.lastInC;
     if (!s.echoes.empty()) {
         // The pushback is reversed: its run is the stretch before the last
         // stop, copied back to front.
-        const char* first = s.echoes.data();
-        const char* p = first + s.echoes.size();
+        const char* first = s.echoes.data() + (s.echoes.size() > limit ? s.echoes.size() - limit : 0);
+        const char* p = s.echoes.data() + s.echoes.size();
         while (p != first && !isStop(static_cast<unsigned char>(p[-1]))) p--;
-        auto count = static_cast<size_t>(first + s.echoes.size() - p);
+        auto count = static_cast<size_t>(s.echoes.data() + s.echoes.size() - p);
+        limit -= count;
         if (count != 0) {
             size_t old = out.size();
             out.resize(old + count);
@@ -745,14 +746,14 @@ void TVReadUntil(std::string& out, const bool* stop) {
             s.echoes.resize(s.echoes.size() - count);
             s.wasFromEchoes = true;
         }
-        if (!s.echoes.empty()) {
+        if (!s.echoes.empty() || limit == 0) {
             s.inC = last;
             s.lastInC = beforeLast;
             return;
         }
     }
     InputStream& in = driver.stdIn;
-    if (in.file) {
+    if (in.file && limit != 0) {
         bool isFromInput = false;
         for (;;) {
 #ifdef __GLIBC__
@@ -761,8 +762,10 @@ void TVReadUntil(std::string& out, const bool* stop) {
             const char* begin = f->_IO_read_ptr;
             const char* p = begin;
             const char* end = f->_IO_read_end;
+            if (static_cast<size_t>(end - begin) > limit) end = begin + limit;
             p = skipWhile<false>(stop, p, end);
             if (p != begin) {
+                limit -= static_cast<size_t>(p - begin);
                 out.append(begin, p);
                 f->_IO_read_ptr = const_cast<char*>(p);
                 auto count = static_cast<int32_t>(p - begin);
@@ -772,8 +775,9 @@ void TVReadUntil(std::string& out, const bool* stop) {
                 in.lastChar = static_cast<unsigned char>(p[-1]);
                 isFromInput = true;
             }
-            if (p != end) break;
+            if (p != f->_IO_read_end || limit == 0) break;
 #endif
+            if (limit == 0) break;
             int raw = getc_unlocked(in.file);
             if (raw == EOF) break;
             if (isStop(static_cast<unsigned char>(raw))) {
@@ -781,6 +785,7 @@ void TVReadUntil(std::string& out, const bool* stop) {
                 break;
             }
             out += static_cast<char>(raw);
+            limit--;
             in.lastChar = raw;
             in.column++;
             isFromInput = true;

@@ -6,6 +6,8 @@
 // equation is a centred paragraph of its own; an in-line one stays in its
 // sentence.
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <iterator>
 #include <cstring>
 #include <string>
@@ -98,8 +100,22 @@ const Row* lookUp(const Row (&rows)[N], std::string_view name) {
     return row != std::end(rows) && row->name == name ? row : nullptr;
 }
 
-// Whether a character sequence eqn recognises can begin with c.
-bool beginsSequence(char c) { return c == '!' || c == '+' || c == '-' || c == '<' || c == '=' || c == '>'; }
+// What each byte is to a word, looked up in one step as words are read a
+// byte at a time: it ends the word, it may begin a character sequence eqn
+// recognises, or it is plain (letters, digits and the point keep a word one
+// unit).
+enum ByteClass : uint8_t { kEndsWord = 1, kBeginsSequence = 2, kPlain = 4 };
+constexpr std::array<uint8_t, 256> kByteClasses = [] {
+    std::array<uint8_t, 256> classes{};
+    for (unsigned char c : std::string_view(" \t\n{}~^\"")) classes[c] |= kEndsWord;
+    for (unsigned char c : std::string_view("!+-<=>")) classes[c] |= kBeginsSequence;
+    for (int c = 0; c < 256; c++) {
+        if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.') classes[c] |= kPlain;
+    }
+    return classes;
+}();
+
+bool isOf(char c, ByteClass byteClass) { return kByteClasses[static_cast<unsigned char>(c)] & byteClass; }
 
 bool isKeywordOf(std::string_view word, std::initializer_list<std::string_view> words) {
     return std::find(words.begin(), words.end(), word) != words.end();
@@ -152,6 +168,7 @@ struct Token {
     Kind kind = Kind::End;
     std::string text;
     bool isKeyword = false;  // a word the parser acts on (keywordNames)
+    bool mayBeName = false;  // a word the sieve lets through: one of the names, maybe
 };
 
 // Every word the parser acts on, sorted: a token is looked up here once, and
@@ -170,6 +187,28 @@ static_assert(std::is_sorted(std::begin(kKeywordNames), std::end(kKeywordNames))
 bool isKeywordName(std::string_view word) {
     return std::binary_search(std::begin(kKeywordNames), std::end(kKeywordNames), word, nameLess);
 }
+
+// A sieve over every name above (keywords, characters, texts, marks): a word
+// whose length, first and last character meet in no name's slot is none of
+// them, and most words of an equation are decided by it without a search.
+constexpr size_t kSieveSlots = 1024;
+constexpr size_t sieveSlot(std::string_view word) {
+    return (word.size() * 131 + static_cast<unsigned char>(word.front()) * 31 +
+            static_cast<unsigned char>(word.back())) % kSieveSlots;
+}
+
+struct Sieve {
+    bool slots[kSieveSlots] = {};
+    constexpr Sieve() {
+        for (std::string_view name : kKeywordNames) slots[sieveSlot(name)] = true;
+        for (const NameGlyph& row : kNames) slots[sieveSlot(row.name)] = true;
+        for (const NameText& row : kTexts) slots[sieveSlot(row.name)] = true;
+        for (const NameGlyph& row : kMarks) slots[sieveSlot(row.name)] = true;
+    }
+};
+constexpr Sieve kSieve;
+
+bool mayBeName(std::string_view word) { return !word.empty() && kSieve.slots[sieveSlot(word)]; }
 
 // Reads the equation's tokens, with definitions expanded: a word that names
 // one is read as the definition's text.
@@ -235,7 +274,6 @@ private:
     };
 
     static bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n'; }
-    static bool endsWord(char c) { return isBlank(c) || c == '{' || c == '}' || c == '~' || c == '^' || c == '"'; }
 
     static void skipBlanks(Source& source) {
         while (source.at < source.text.size() && isBlank(source.text[source.at])) source.at++;
@@ -274,7 +312,7 @@ private:
         }
         const char escape = escapeChar();
         size_t start = at;
-        while (at < text.size() && !endsWord(text[at])) {
+        while (at < text.size() && !isOf(text[at], kEndsWord)) {
             if (text[at] == escape && at + 1 < text.size()) {
                 at += escapeLength(text, at);
                 continue;
@@ -282,7 +320,8 @@ private:
             at++;
         }
         Token token{Kind::Word, text.substr(start, at - start)};
-        token.isKeyword = isKeywordName(token.text);
+        token.mayBeName = mayBeName(token.text);
+        token.isKeyword = token.mayBeName && isKeywordName(token.text);
         return token;
     }
 
@@ -342,7 +381,7 @@ private:
         for (;;) {
             const Token& token = lexer_.peek();
             if (token.kind == Kind::End || token.kind == Kind::Close) break;
-            if (token.kind == Kind::Word && isKeywordOf(token.text, {"right", "above", "ccol", "lcol", "rcol", "col"}))
+            if (token.isKeyword && isKeywordOf(token.text, {"right", "above", "ccol", "lcol", "rcol", "col"}))
                 break;
             Box item = fromTo(depth);
             if (item.isStatement) continue;
@@ -466,13 +505,13 @@ private:
 
     // A word's text: a name eqn knows as a character, or the word with the
     // character sequences eqn recognises in it.
-    Box word(const std::string& text) {
+    Box word(const std::string& text, bool mayBeName) {
         Box box;
-        if (const NameGlyph* name = lookUp(kNames, text)) {
+        if (const NameGlyph* name = mayBeName ? lookUp(kNames, text) : nullptr) {
             box.text = glyph(name->glyph);
             return box;
         }
-        if (const NameText* name = lookUp(kTexts, text)) {
+        if (const NameText* name = mayBeName ? lookUp(kTexts, text) : nullptr) {
             box.text = name->text;
             return box;
         }
@@ -487,7 +526,7 @@ private:
                 continue;
             }
             const NameGlyph* sequence = nullptr;
-            if (i + 1 < text.size() && beginsSequence(text[i])) {
+            if (i + 1 < text.size() && isOf(text[i], kBeginsSequence)) {
                 sequence = lookUp(kSequences, std::string_view(text).substr(i, 2));
             }
             if (sequence) {
@@ -498,12 +537,12 @@ private:
             }
             // The characters up to the next escape or sequence, in one go.
             size_t stretch = i + 1;
-            while (stretch < text.size() && text[stretch] != escape && !beginsSequence(text[stretch])) stretch++;
-            for (size_t k = i; k < stretch; k++) {
-                char c = text[k];
-                bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.';
-                if (!isPlain) box.binding = Binding::Loose;
+            bool isPlain = isOf(text[i], kPlain);
+            while (stretch < text.size() && text[stretch] != escape && !isOf(text[stretch], kBeginsSequence)) {
+                isPlain = isPlain && isOf(text[stretch], kPlain);
+                stretch++;
             }
+            if (!isPlain) box.binding = Binding::Loose;
             box.text.append(text, i, stretch - i);
             i = stretch;
         }
@@ -603,7 +642,7 @@ private:
     Box simple(int depth) {
         Box box = primary(depth);
         // Marks over or under the box.
-        while (lexer_.peek().kind == Kind::Word) {
+        while (lexer_.peek().mayBeName) {
             const NameGlyph* mark = lookUp(kMarks, lexer_.peek().text);
             if (!mark) break;
             lexer_.next();
@@ -632,7 +671,7 @@ private:
             case Kind::Word: break;
         }
         const std::string& w = token.text;
-        if (depth >= kMaxNesting || !token.isKeyword) return word(w);
+        if (depth >= kMaxNesting || !token.isKeyword) return word(w, token.mayBeName);
         if (w == "roman" || w == "italic" || w == "bold" || w == "fat") {
             return inFont(w == "roman" ? "R" : w == "italic" ? "I" : "B", depth + 1);
         }
@@ -666,7 +705,7 @@ private:
             return statement(w);
         // A binary keyword with nothing before it stands for nothing.
         if (isKeywordOf(w, {"sub", "sup", "over", "smallover", "from", "to", "sqrt"})) return Box{};
-        return word(w);
+        return word(w, token.mayBeName);
     }
 
     Lexer lexer_;
@@ -674,11 +713,31 @@ private:
     int32_t size_ = 10;
 };
 
-// Reads the in-line equation's text up to the closing delimiter.
+// The bytes that end a run of an in-line equation: the newline and the
+// closing delimiter. Made again only when the delimiter changes.
+const bool* inlineStops() {
+    static bool stops[256];
+    static int madeFor = -1;
+    const int closing = static_cast<unsigned char>(preproc.closingDelimiter);
+    if (closing != madeFor) {
+        std::fill(std::begin(stops), std::end(stops), false);
+        stops[kNewline] = true;
+        stops[0xFF] = true;  // read as the end of input
+        stops[closing] = true;
+        madeFor = closing;
+    }
+    return stops;
+}
+
+// Reads the in-line equation's text up to the closing delimiter, the
+// characters between newlines in runs.
 std::string readInline() {
+    const bool* stops = inlineStops();
     std::string text;
     const int closing = static_cast<signed char>(preproc.closingDelimiter);
     while (text.size() < kMaxInlineLength) {
+        TVReadUntil(text, stops, kMaxInlineLength - text.size());
+        if (text.size() >= kMaxInlineLength) break;
         int c = TVGetc();
         if (c == -1 || c == closing) break;
         text += c == kNewline ? ' ' : static_cast<char>(c);
@@ -722,6 +781,12 @@ void PreprocEquation(std::string_view args) {
 void PreprocInlineEquation() {
     std::string text = eqnLinear(readInline());
     // The delimiter in the equation's own text is text, never another equation.
+    const bool hasDelimiter = tv.TVEqnDelimiter >= -128 && tv.TVEqnDelimiter <= 127 &&
+                              text.find(static_cast<char>(tv.TVEqnDelimiter)) != std::string::npos;
+    if (!hasDelimiter) {
+        TVUnread(text.data(), text.size());
+        return;
+    }
     std::string out;
     out.reserve(text.size());
     for (char c : text) {
