@@ -766,7 +766,7 @@ void TVReadUntil(std::string& out, const bool* stop, size_t limit) {
             p = skipWhile<false>(stop, p, end);
             if (p != begin) {
                 limit -= static_cast<size_t>(p - begin);
-                out.append(begin, p);
+                out.append(begin, static_cast<size_t>(p - begin));
                 f->_IO_read_ptr = const_cast<char*>(p);
                 auto count = static_cast<int32_t>(p - begin);
                 in.column += count;

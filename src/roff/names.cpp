@@ -393,10 +393,10 @@ void roffInterpolate(std::string_view in, std::string& out, bool isCopyMode, int
         }
         const char* next = static_cast<const char*>(std::memchr(p, escape, static_cast<size_t>(end - p)));
         if (!next) {
-            out.append(p, end);
+            out.append(p, static_cast<size_t>(end - p));
             return;
         }
-        out.append(p, next);
+        out.append(p, static_cast<size_t>(next - p));
         p = next + 1;
         if (p >= end) {
             out += escape;
@@ -514,10 +514,10 @@ std::string roffSubstituteArgs(std::string_view body, std::string_view name, con
     while (p < end) {
         const char* next = static_cast<const char*>(std::memchr(p, '\\', static_cast<size_t>(end - p)));
         if (!next) {
-            out.append(p, end);
+            out.append(p, static_cast<size_t>(end - p));
             break;
         }
-        out.append(p, next);
+        out.append(p, static_cast<size_t>(next - p));
         p = next;
         if (p + 1 >= end) {
             out += *p++;
