@@ -217,38 +217,35 @@ public:
     explicit Lexer(std::string_view source) { sources_.push_back(Source{std::string(source), 0}); }
 
     Token next() {
-        if (hasPeeked_) {
-            hasPeeked_ = false;
-            return std::move(peeked_);
-        }
-        for (;;) {
-            Token token = read();
-            if (token.kind != Kind::Word) return token;
-            auto found = preproc.eqnDefines.find(token.text);
-            if (found == preproc.eqnDefines.end() || sources_.size() >= kMaxDefineDepth ||
-                expansions_ >= kMaxExpansions) {
-                return token;
-            }
-            expansions_++;
-            sources_.push_back(Source{found->second, 0});
-        }
+        if (peekedCount_ == 0) return expanded();
+        Token token = std::move(peeked_[0]);
+        if (peekedCount_ == 2) peeked_[0] = std::move(peeked_[1]);
+        peekedCount_--;
+        return token;
     }
 
     const Token& peek() {
-        if (!hasPeeked_) {
-            peeked_ = next();
-            hasPeeked_ = true;
+        if (peekedCount_ == 0) {
+            peeked_[0] = expanded();
+            peekedCount_ = 1;
         }
-        return peeked_;
+        return peeked_[0];
+    }
+
+    // The token after the next one.
+    const Token& peekSecond() {
+        peek();
+        if (peekedCount_ == 1) {
+            peeked_[1] = expanded();
+            peekedCount_ = 2;
+        }
+        return peeked_[1];
     }
 
     // The next word as it stands, definitions not expanded (a name being
     // defined, a delimiter).
     std::string rawWord() {
-        if (hasPeeked_) {
-            hasPeeked_ = false;
-            return peeked_.text;
-        }
+        if (peekedCount_ != 0) return next().text;
         Token token = read();
         return token.text;
     }
@@ -290,6 +287,21 @@ private:
         return nullptr;
     }
 
+    // The next token, a word that names a definition read as its text.
+    Token expanded() {
+        for (;;) {
+            Token token = read();
+            if (token.kind != Kind::Word) return token;
+            auto found = preproc.eqnDefines.find(token.text);
+            if (found == preproc.eqnDefines.end() || sources_.size() >= kMaxDefineDepth ||
+                expansions_ >= kMaxExpansions) {
+                return token;
+            }
+            expansions_++;
+            sources_.push_back(Source{found->second, 0});
+        }
+    }
+
     Token read() {
         Source* source = current();
         if (!source) return Token{};
@@ -327,8 +339,8 @@ private:
 
     std::vector<Source> sources_;
     size_t expansions_ = 0;
-    Token peeked_;
-    bool hasPeeked_ = false;
+    Token peeked_[2];  // read ahead by peek and peekSecond, the next first
+    int peekedCount_ = 0;
 };
 
 // The equation's parser: eqn's grammar, each rule giving the linear text of
@@ -383,7 +395,15 @@ private:
             if (token.kind == Kind::End || token.kind == Kind::Close) break;
             if (token.isKeyword && isKeywordOf(token.text, {"right", "above", "ccol", "lcol", "rcol", "col"}))
                 break;
-            Box item = fromTo(depth);
+            // A word that is no keyword, with no operator or mark after it,
+            // is an item of its own: most words of an equation are.
+            Box item;
+            if (token.kind == Kind::Word && !token.isKeyword && !lexer_.peekSecond().mayBeName) {
+                Token plain = lexer_.next();
+                item = word(plain.text, plain.mayBeName);
+            } else {
+                item = fromTo(depth);
+            }
             if (item.isStatement) continue;
             out.text += item.text;
             out.binding = items == 0 ? item.binding : Binding::Loose;
