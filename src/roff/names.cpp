@@ -564,6 +564,33 @@ std::string roffSubstituteArgs(std::string_view body, std::string_view name, con
             }
             continue;
         }
+        // A name of one digit, the commonest, or the digits a register
+        // gives: \$\n(.$ is the last argument. The name is the first digit;
+        // any others follow it as text.
+        auto appendArgument = [&](char digit) {
+            const auto index = static_cast<size_t>(digit - '0');
+            if (index == 0) {
+                out += name;
+            } else if (index <= count) {
+                out += args[index - 1];
+            }
+        };
+        if (c >= '0' && c <= '9') {
+            p++;
+            appendArgument(c);
+            continue;
+        }
+        if (c == '\\' && p + 2 < end && p[1] == 'n' && p[2] != '+' && p[2] != '-') {
+            const char* q = p + 2;
+            std::string_view registerName;
+            std::string resolved;
+            if (!roffReadNameView(q, end, registerName, resolved)) break;
+            p = q;
+            std::string digits = registerName == ".$" ? std::to_string(count) : roffRegisterText(registerName, 0);
+            if (digits[0] >= '0' && digits[0] <= '9') appendArgument(digits[0]);
+            out.append(digits, 1);
+            continue;
+        }
         std::string number;
         if (!roffReadName(p, end, number)) break;
         if (number == "0") {
