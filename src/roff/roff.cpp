@@ -767,9 +767,9 @@ constexpr auto kShortRequests = [] {
         size_t key = static_cast<size_t>(static_cast<unsigned char>(name[0])) << 8 |
                      (name.size() == 2 ? static_cast<unsigned char>(name[1]) : 0);
         const uint8_t row = kShortRequests[key];
-        // A two-byte name whose second byte is 0 has the key of a one-byte
-        // name: the name itself decides.
-        return row != 0 && kRequests[row - 1].name == name ? &kRequests[row - 1] : nullptr;
+        // The key holds both bytes; a two-byte name whose second byte is 0
+        // has the key of a one-byte name: the length decides.
+        return row != 0 && kRequests[row - 1].name.size() == name.size() ? &kRequests[row - 1] : nullptr;
     }
     const RequestRange& range = kRequestsByFirstByte[static_cast<unsigned char>(name[0])];
     for (size_t i = range.first; i < range.last; i++) {
