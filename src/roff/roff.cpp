@@ -98,6 +98,21 @@ const bool* lineStops() {
     return stops;
 }
 
+// The bytes that end a name on a control line: the blanks and the escape
+// character. Made again only when the escape character changes.
+const bool* nameStops() {
+    static bool stops[256];
+    static int madeFor = -1;
+    const int escape = static_cast<unsigned char>(escapeChar());
+    if (escape != madeFor) {
+        std::fill(std::begin(stops), std::end(stops), false);
+        stops[static_cast<unsigned char>(' ')] = stops[static_cast<unsigned char>('\t')] = true;
+        if (escape != 0) stops[escape] = true;  // 0: no escape character
+        madeFor = escape;
+    }
+    return stops;
+}
+
 // The newline alone: what ends a comment.
 const bool* newlineStops() {
     static const auto stops = [] {
@@ -1094,10 +1109,11 @@ Buffered readBuffered(int controlChar, std::string& raw, bool& sawEscape, bool& 
     sawEscape = hasEscape;
     skipBlanks(p, end);
     // A rule's name has one or two bytes: a third ends the scan.
+    const bool* stops = nameStops();
+    auto endsName = [&](const char* q) { return q == end || stops[static_cast<unsigned char>(*q)]; };
     const char* nameStart = p;
-    const char* nameLimit = end - p > 3 ? p + 3 : end;
-    while (p < nameLimit && *p != ' ' && *p != '\t' && *p != escape) p++;
-    const auto nameLength = static_cast<size_t>(p - nameStart);
+    const size_t nameLength = endsName(p) ? 0 : endsName(p + 1) ? 1 : endsName(p + 2) ? 2 : 3;
+    p += nameLength;
     const std::string_view name(nameStart, nameLength);
     const char* units = nullptr;
     if (!packageLine && nameLength > 0 && nameLength <= 2 && !(p < end && *p == escape) && !roffStringGet(name) &&
