@@ -13,6 +13,17 @@ void TVDefineTroff();
 // The font position (0 to 8) that ft selects for `name`: R, I, B, S, a digit,
 // or the first two characters of a mounted name; -1 for none.
 int TVFontPositionOf(const char* name);
+// The position a one-character name has whatever is mounted: R, I, B and S
+// the first four, a digit its own; -1 for any other character.
+inline int TVFontPositionOfLetter(char c) {
+    switch (c) {
+        case 'R': return 0;
+        case 'I': return 1;
+        case 'B': return 2;
+        case 'S': return 3;
+        default: return c >= '1' && c <= '9' ? c - '1' : -1;
+    }
+}
 // PgfLeading of `format` becomes vertical spacing - size + (line spacing - 1)
 // x vertical spacing, in points.
 void TVLeadingSet(Pgf& format);

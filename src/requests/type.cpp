@@ -149,17 +149,7 @@ void TVft() {
 
 int TVFontPositionOf(const char* name) {
     int position = -1;
-    if (name[0] != '\0' && name[1] == '\0') {
-        switch (name[0]) {
-            case 'R': position = 0; break;
-            case 'I': position = 1; break;
-            case 'B': position = 2; break;
-            case 'S': position = 3; break;
-            default:
-                if (name[0] >= '1' && name[0] <= '9') position = name[0] - '1';
-                break;
-        }
-    }
+    if (name[0] != '\0' && name[1] == '\0') position = TVFontPositionOfLetter(name[0]);
     if (position < 0) position = positionByName(name);
     return position;
 }

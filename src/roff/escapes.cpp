@@ -307,6 +307,14 @@ bool roffGlyphKnown(const std::string& name) {
 }
 
 bool roffSelectFont(std::string_view name) {
+    // One letter or digit, the commonest: its position without a search.
+    if (name.size() == 1) {
+        if (const int position = TVFontPositionOfLetter(name[0]); position >= 0) {
+            tv.TVLastFamilyStyle = tv.TVFamilyStyle;
+            TVFontSetByPosition(static_cast<unsigned>(position));
+            return true;
+        }
+    }
     if (name.empty() || name == "P") {
         std::swap(tv.TVFamilyStyle, tv.TVLastFamilyStyle);
         return true;
