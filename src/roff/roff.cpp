@@ -82,35 +82,37 @@ RoffPackageLine packageLine = nullptr;
 
 char escapeChar() { return tv.TVEscapeChar; }
 
-// The bytes that end a run of a raw line: the newline and the escape
-// character. Made again only when the escape character changes.
-const bool* lineStops() {
-    static bool stops[256];
-    static int madeFor = -1;
-    const int escape = static_cast<unsigned char>(escapeChar());
-    if (escape != madeFor) {
-        std::fill(std::begin(stops), std::end(stops), false);
-        stops[kNewline] = true;
-        stops[0xFF] = true;  // read as the end of input
-        if (escape != 0) stops[escape] = true;  // 0: no escape character
-        madeFor = escape;
+// A table of stops: the bytes of `fixed` and the escape character (none
+// when it is 0), made again only when the escape character has changed since
+// `madeFor`.
+struct EscapeStops {
+    bool stops[256] = {};
+    int madeFor = -1;
+
+    const bool* get(std::string_view fixed) {
+        const int escape = static_cast<unsigned char>(escapeChar());
+        if (escape != madeFor) {
+            std::fill(std::begin(stops), std::end(stops), false);
+            for (char c : fixed) stops[static_cast<unsigned char>(c)] = true;
+            if (escape != 0) stops[escape] = true;
+            madeFor = escape;
+        }
+        return stops;
     }
-    return stops;
+};
+
+// The bytes that end a run of a raw line: the newline, the byte 255 (read as
+// the end of input) and the escape character.
+const bool* lineStops() {
+    static EscapeStops table;
+    return table.get("\n\xFF");
 }
 
 // The bytes that end a name on a control line: the blanks and the escape
-// character. Made again only when the escape character changes.
+// character.
 const bool* nameStops() {
-    static bool stops[256];
-    static int madeFor = -1;
-    const int escape = static_cast<unsigned char>(escapeChar());
-    if (escape != madeFor) {
-        std::fill(std::begin(stops), std::end(stops), false);
-        stops[static_cast<unsigned char>(' ')] = stops[static_cast<unsigned char>('\t')] = true;
-        if (escape != 0) stops[escape] = true;  // 0: no escape character
-        madeFor = escape;
-    }
-    return stops;
+    static EscapeStops table;
+    return table.get(" \t");
 }
 
 // The newline alone: what ends a comment.
