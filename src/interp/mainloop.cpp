@@ -775,7 +775,7 @@ void TVReadUntil(std::string& out, const bool* stop, size_t limit) {
                 in.lastChar = static_cast<unsigned char>(p[-1]);
                 isFromInput = true;
             }
-            if (p != f->_IO_read_end || limit == 0) break;
+            if (p != f->_IO_read_end) break;  // a stop, or the limit short of the buffer's end
 #endif
             if (limit == 0) break;
             int raw = getc_unlocked(in.file);
