@@ -47,6 +47,9 @@ def build_tree(src):
     write(src + "/man7/target.7.gz", b".TH TARGET 7\nThe target.\n", compress=True)
     os.symlink("packed.1.gz", src + "/man1/alias.1.gz")
     write(src + "/man1/bsd.1", BSD_PAGE)
+    # An include named from the root of the tree, as man(1) reads it, where
+    # only the gzipped page exists.
+    write(src + "/man5/shell.5", b".TH SHELL 5\nBefore.\n.so man7/target.7\nAfter.\n")
     write(src + "/man1/damaged.1.gz", b"\x1f\x8b\x08\x00broken")
     write(src + "/man1/outside.1", b".so ../../etc/passwd\n")
     write(src + "/papers/paper.ms", b".NH\nIntroduction\n.PP\nText.\n")
@@ -153,6 +156,9 @@ def build_hostile_tree(tmp):
         "fifo.1": ("fifo.inc", "not a regular file"),
         "zero.1": ("/dev/zero", "outside the document's folder"),
         "missing.1": ("missing.inc", "No such file or directory"),
+        # Missing beside the page and, from the tree's root, a link out of it.
+        "rootlink.1": ("man1/link.inc", "No such file or directory"),
+        "gzlink.1": ("man1/gzlink.inc", "No such file or directory"),
         "self.1": ("self.1", None),
     }
     for name, (target, _) in pages.items():
@@ -161,6 +167,8 @@ def build_hostile_tree(tmp):
     write(src + "/man5/page.5", b".TH P 5\n" + MARKER + b" from another folder of the tree\n")
     os.makedirs(src + "/man1/sub")
     os.symlink(tmp + "/hostile/secret.txt", src + "/man1/link.inc")
+    write(tmp + "/hostile/secret.gz", MARKER + b" from a gzipped link\n", compress=True)
+    os.symlink(tmp + "/hostile/secret.gz", src + "/man1/gzlink.inc.gz")
     os.mkfifo(src + "/man1/fifo.inc")
     os.mkfifo(src + "/man1/fifo.1.gz")  # a FIFO where a page would be
     # What a page may include: a file beside it, or below its folder.
@@ -361,6 +369,9 @@ def main():
               direct(args.program, ["--full", "-ms"], b".NH\nIntroduction\n.PP\nText.\n"),
               "paper converted with -ms")
         check(lines["man1/untitled.1"][1] == "converted", "page without TH in man1 converted")
+        shell = read(dst + "/man5/shell.5.vif") or b""
+        check(lines["man5/shell.5"][1:3] == ["converted", "0"] and b"The target." in shell and b"After." in shell,
+              "an include named from the tree's root, gzipped there, is read: %s" % lines["man5/shell.5"])
         check(read(dst + "/papers/notes.vif") == direct(args.program, ["--full", "-ms"], NOTES),
               "SH then LP outside a section folder is an ms paper")
         # Each page's own messages, though one worker converts both.

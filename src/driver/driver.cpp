@@ -637,6 +637,7 @@ int convertInProcess(const ConversionOptions& options, FILE* in, FILE* out) {
     driver.macroPackage = options.package;
     driver.isFull = options.isFull;
     driver.documentPath = options.documentPath;
+    driver.findInclude = options.findInclude;
     driver.inFile = in;
     driver.outFile = out;
     ExitHook saved = exitHook;

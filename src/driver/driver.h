@@ -34,6 +34,13 @@ struct AFrameNew {
     std::string fileName;
 };
 
+// Reads an include the converter does not find beside the including file:
+// the whole-tree command lends one that looks the name up from the root of
+// its manual tree (where man(1) reads "man1/bash.1" from) and reads pages
+// kept gzipped, which the converter alone cannot. An open stream the
+// converter closes, or nullptr.
+using IncludeFinder = FILE* (*)(const std::string& name);
+
 struct DriverState {
     std::string program;       // last path component of the invocation name
     std::string macroPackage;  // from -mNAME; empty without one
@@ -47,6 +54,7 @@ struct DriverState {
     bool isShuttingDown = false;
     bool isFull = false;       // --full: the roff layer interprets what the classic rules hand back
     std::string documentPath;  // the input named on the command line; empty for standard input
+    IncludeFinder findInclude = nullptr;  // the full mode's last resort for a missing include
 };
 extern DriverState driver;
 
@@ -90,10 +98,11 @@ int convertInProcess(const char* package, FILE* in, FILE* out);
 
 // The same with the full mode's choices: the mode itself, and the document's
 // path, whose folder includes are looked for in and may not leave ("" for
-// the current folder).
+// the current folder), and what reads an include missing there.
 struct ConversionOptions {
     const char* package = "";
     bool isFull = false;
     const char* documentPath = "";
+    IncludeFinder findInclude = nullptr;
 };
 int convertInProcess(const ConversionOptions& options, FILE* in, FILE* out);

@@ -536,7 +536,15 @@ bool soRequest(const Line& line) {
     char resolved[PATH_MAX];
     struct stat st {};
     if (!realpath(path.c_str(), resolved)) {
-        roffWarn("Can't include " + name + ": " + std::strerror(errno) + "; skipped.");
+        const int missing = errno;
+        // Not beside the including file: whoever lent a finder may know it.
+        FILE* found = missing == ENOENT && name[0] != '/' && driver.findInclude ? driver.findInclude(name) : nullptr;
+        if (found) {
+            roff.includeCount++;
+            TVIncludeFile(found, TVCurrentFolder());
+        } else {
+            roffWarn("Can't include " + name + ": " + std::strerror(missing) + "; skipped.");
+        }
         return true;
     }
     if (!isInside(resolved, roff.rootFolder)) {

@@ -339,6 +339,18 @@ std::vector<Job> plan(const Options& options) {
 
 namespace {
 
+// The page a ".so" name gives, taken as man(1) takes it, from the root of the
+// tree: the file as named, else gzipped beside it. Its path relative to the
+// root, or "" when there is no such regular file inside the tree.
+std::string pageFromRoot(const fs::path& root, const std::string& name) {
+    std::error_code ec;
+    fs::path target = fs::weakly_canonical(root / name, ec);
+    std::string rel = fs::relative(target, root, ec).string();
+    if (!fs::is_regular_file(target, ec) && fs::is_regular_file(target.string() + ".gz", ec)) rel += ".gz";
+    if (ec || rel.empty() || startsWith(rel, "..") || !fs::is_regular_file(root / rel, ec)) return "";
+    return rel;
+}
+
 // Decides what a file read from the tree is: a redirect (a ".so" stub), a
 // skip (mdoc, not troff) or a document to convert.
 void classify(const Options& options, const std::string& rootPath, Job& job, const std::string& text) {
@@ -346,11 +358,8 @@ void classify(const Options& options, const std::string& rootPath, Job& job, con
     std::error_code ec;
     job.action = Action::Skip;
     if (std::string so = soTarget(text); !so.empty()) {
-        // As man(1) does, the name is relative to the root of the tree.
-        fs::path target = fs::weakly_canonical(root / so, ec);
-        std::string rel = fs::relative(target, root, ec).string();
-        if (!fs::is_regular_file(target, ec) && fs::is_regular_file(target.string() + ".gz", ec)) rel += ".gz";
-        if (ec || rel.empty() || startsWith(rel, "..") || !fs::is_regular_file(root / rel, ec)) {
+        std::string rel = pageFromRoot(root, so);
+        if (rel.empty()) {
             job.reason = "redirect outside the tree or to no page";
         } else {
             job.action = Action::Redirect;
@@ -641,6 +650,36 @@ std::string workerTempFolder() {
     return "/tmp";
 }
 
+// What the converter linked into this program is lent for the includes of
+// the page it converts: the tree's root and the size limit of a page.
+struct IncludeSource {
+    fs::path root;
+    uint64_t maxBytes = 0;
+} includeSource;
+
+// Reads an include the converter did not find beside the page from the root
+// of the tree, where man(1) reads it: "man1/bash.1" in a page of man7 is
+// the tree's man1/bash.1.gz. Nothing outside the tree, nothing but a regular
+// file, nothing past the size limit; the text, gunzipped, in a temporary
+// file the converter reads and closes. A converter program (--program) is
+// lent nothing: it reads only what is beside the page.
+FILE* includeFromRoot(const std::string& name) {
+    const std::string rel = pageFromRoot(includeSource.root, name);
+    std::error_code ec;
+    // A gzipped page found through a symbolic link must still be the tree's.
+    const fs::path real = rel.empty() ? fs::path() : fs::canonical(includeSource.root / rel, ec);
+    if (rel.empty() || ec || startsWith(fs::relative(real, includeSource.root, ec).string(), "..") || ec)
+        return nullptr;
+    std::string text, problem;
+    if (!readSource(real.string(), text, problem, includeSource.maxBytes)) return nullptr;
+    FILE* file = std::tmpfile();
+    if (file && (std::fwrite(text.data(), 1, text.size(), file) != text.size() || std::fseek(file, 0, SEEK_SET) != 0)) {
+        std::fclose(file);
+        file = nullptr;
+    }
+    return file;
+}
+
 // Converts one file with the converter linked into this program, in the mode
 // asked for. The page's path is the document's: its includes are looked for
 // beside it. The converter's messages go to standard error, which in a
@@ -674,6 +713,8 @@ void convertHere(const Options& options, Job& job, const fs::path& root, const f
             conversion.package = packageOption(job.package) + 1;
             conversion.isFull = options.isFull;
             conversion.documentPath = documentPath.c_str();
+            includeSource = IncludeSource{root, options.maxBytes};
+            conversion.findInclude = includeFromRoot;
             int status = convertInProcess(conversion, in, out);
             struct stat st {};
             if (fstat(STDERR_FILENO, &st) == 0 && st.st_size > 0) {
