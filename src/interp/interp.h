@@ -157,6 +157,9 @@ void TVTakePushedLine(size_t n);
 // Puts `text` in front of the unread input at once, within the expansion
 // budget that every pushed character counts against.
 void TVUnread(const char* text, size_t length);
+// After an escaped newline: the next input line goes on the line it ends, so
+// its first character is text, never the start of a control line.
+void TVContinueLine();
 
 // ---- Input files of the full mode (mainloop.cpp) ----------------------------
 // Reading goes on in `file` (an include) until its end, then in the file that

@@ -845,6 +845,10 @@ void TVTakeBuffered(size_t n) {
 
 void TVUnread(const char* text, size_t length) { pushBack(text, length); }
 
+void TVContinueLine() {
+    if (s.inC == kNewline) s.inC = s.lastInC;
+}
+
 void TVPushAction(int action) {
     RopeAppend(tv.TVReturn.text.get(), static_cast<char>(kAction));
     RopeAppend(tv.TVReturn.text.get(), static_cast<char>(action));
@@ -904,6 +908,11 @@ void doIt() {
         if (!isLiteral) {
             if ((s.lastInC == kNewline || s.lastInC == kHardReturn) &&
                 (c == tv.TVControlChar || c == tv.TVNoBreakControlChar)) {
+                if (driver.isFull && newlines > 1) {
+                    // A blank line breaks the text before a request as it
+                    // does before text, as in troff.
+                    s.isNewPgf = true;
+                }
                 newlines = 0;
                 if (driver.isFull) {
                     // The roff layer reads the line; it hands on what the
@@ -959,7 +968,7 @@ void doIt() {
             c = tv.TVTranslation[c];
         }
         bool isWritten = true;
-        if (c == ' ' || c == kNewline || c == kTab) {
+        if ((c == ' ' || c == kNewline || c == kTab) && !(isLiteral && driver.isFull)) {
             if (fireWordTraps(c == kNewline)) isWritten = false;
         }
         if (c == kNewline) {
@@ -1103,7 +1112,10 @@ void pgfOpen() {
     s.isPgfOpen = true;
     // A font change made between the request and the first character (an
     // escape at the start of the line) survives when fire already did this.
-    if (!s.isForcedFont && (pgf.mask & bit(PgfBit::PgfForceFont))) {
+    // In the full mode, as in troff, only a request resets the font: one
+    // set before the document's first paragraph, or before a blank line's,
+    // holds there too.
+    if (!s.isForcedFont && !driver.isFull && (pgf.mask & bit(PgfBit::PgfForceFont))) {
         tv.TVFamilyStyle = pgf.font;
         tv.TVSize = pgf.font.FSize;
     }

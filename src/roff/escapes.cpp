@@ -344,6 +344,9 @@ namespace {
 [[gnu::noinline]] bool otherEscape(int letter, char lastOut) {
     std::string text;
     switch (letter) {
+        case kNewline:
+            TVContinueLine();
+            return true;
         case '[':
             text.clear();
             for (;;) {
@@ -391,7 +394,10 @@ namespace {
             push(static_cast<char>(kUnpaddableSpace));
             return true;
         case kTab:  // an escaped tab is a tab
-            push(static_cast<char>(kTab));
+        case 't':
+            // Text within its word: a macro's word trap, as of the
+            // alternating fonts, sees no blank between two arguments.
+            pushLiteral(static_cast<unsigned char>(kTab));
             return true;
         // Break points, italic corrections, thin spaces and half-line motions
         // show nothing on a line of text.
