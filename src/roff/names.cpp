@@ -78,6 +78,8 @@ std::tm documentDate() {
 // converter: groff's escapes are understood (.g), and the device is a
 // low-resolution one, as the answer to the "n" condition says.
 bool readOnlyRegister(std::string_view name, int64_t& value) {
+    // Their names begin with a period, but for the date's four.
+    if (name.size() != 2 && (name.empty() || name[0] != '.')) return false;
     if (name == ".g" || name == ".x") { value = 1; return true; }
     if (name == ".y") { value = 23; return true; }
     if (name == ".$" || name == ".Y" || name == ".A" || name == ".C" || name == ".T") {

@@ -333,6 +333,12 @@ bool isEndLine(const std::string& raw, std::string_view endName) {
     return firstWord(rest) == endName;
 }
 
+// Whether a line holds a control character and blanks alone.
+bool isEmptyRequest(const std::string& raw) {
+    if (raw.empty() || (raw[0] != tv.TVControlChar && raw[0] != tv.TVNoBreakControlChar)) return false;
+    return raw.find_first_not_of(" \t", 1) == std::string::npos;
+}
+
 // Reads the lines of a definition up to its end line; `body` gets them in
 // copy mode (null: they are skipped). An end other than ".." is a macro
 // call of its own: its line is read again once the definition is made.
@@ -346,6 +352,9 @@ void readBody(std::string_view endName, std::string* body) {
             }
             return;
         }
+        // A control character alone (what a comment line leaves) does
+        // nothing in troff: the body does without it.
+        if (body && isEmptyRequest(raw)) continue;
         if (body) {
             roffInterpolate(raw, *body, true);
             *body += static_cast<char>(kNewline);
