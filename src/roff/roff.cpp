@@ -847,7 +847,11 @@ bool evaluateNumericArg(std::string_view arg, char unit, std::string& number) {
     number.clear();
     if (*p == '+' || *p == '-') number = *p++;
     int64_t value = 0;
-    if (!roffExpression(p, end, unit, value) || p != end) return false;
+    // As in troff, the argument's number ends where its expression does:
+    // what follows (the n of "2in") is left out, but for a tab stop's type
+    // (480uR), which the rule reads after the number.
+    if (!roffExpression(p, end, unit, value)) return false;
+    if (end - p == 1 && (*p == 'R' || *p == 'C' || *p == 'L')) return false;
     char digits[64];
     std::snprintf(digits, sizeof digits, "%.4f%c", static_cast<double>(value) / factor, unit);
     number += digits;
