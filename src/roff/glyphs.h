@@ -26,7 +26,8 @@ bool glyphByName(std::string_view name, Glyph& out);
 
 // A code point: ASCII as itself, else the byte in the output character set,
 // else the byte in the Symbol font, else a stand-in (the bare letter for an
-// accented Latin letter the sets lack, "1/2", "ffi", a space for the wide and
+// accented Latin letter the sets lack, the digit for a superscript or
+// subscript one, "1/2", "ffi", a space for the wide and
 // no-break spaces, "" for the invisible ones). False for control characters,
 // combining marks and anything without a stand-in; `out` is then reset.
 bool glyphByCodePoint(uint32_t codePoint, Glyph& out);

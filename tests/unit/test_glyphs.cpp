@@ -135,6 +135,12 @@ TEST(GlyphCodePoints, Lookups) {
     EXPECT_EQ(byCodePoint(0x00BD), "t:1/2");
     EXPECT_EQ(byCodePoint(0x0107), "a:0x63");
     EXPECT_EQ(byCodePoint(0x0132), "t:IJ");
+    // Letters and figures the sets lack stand as their base.
+    EXPECT_EQ(byCodePoint(0x00FD), "a:0x79");
+    EXPECT_EQ(byCodePoint(0x00DD), "a:0x59");
+    EXPECT_EQ(byCodePoint(0x2074), "a:0x34");
+    EXPECT_EQ(byCodePoint(0x2089), "a:0x39");
+    EXPECT_EQ(byCodePoint(0x25CF), byCodePoint(0x2022));  // a black circle is the bullet
     EXPECT_EQ(byCodePoint(0xFEFF), "t:");
 }
 
