@@ -962,7 +962,12 @@ void doIt() {
         if (c < 0) {
             if (driver.isFull && !isLiteral) {
                 c = RoffTextByte(c);
-                if (c < 0) continue;
+                if (c < 0) {
+                    // A character the output has no room for still makes
+                    // its line one of text, not a blank line.
+                    newlines = 0;
+                    continue;
+                }
             }
         } else if (tv.TVTranslation && !isLiteral && c != kNewline) {
             c = tv.TVTranslation[c];
