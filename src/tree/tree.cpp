@@ -665,11 +665,12 @@ struct IncludeSource {
 // lent nothing: it reads only what is beside the page.
 FILE* includeFromRoot(const std::string& name) {
     const std::string rel = pageFromRoot(includeSource.root, name);
-    std::error_code ec;
+    if (rel.empty()) return nullptr;
     // A gzipped page found through a symbolic link must still be the tree's.
-    const fs::path real = rel.empty() ? fs::path() : fs::canonical(includeSource.root / rel, ec);
-    if (rel.empty() || ec || startsWith(fs::relative(real, includeSource.root, ec).string(), "..") || ec)
-        return nullptr;
+    std::error_code ec;
+    const fs::path real = fs::canonical(includeSource.root / rel, ec);
+    const std::string inTree = ec ? std::string() : fs::relative(real, includeSource.root, ec).string();
+    if (ec || inTree.empty() || startsWith(inTree, "..")) return nullptr;
     std::string text, problem;
     if (!readSource(real.string(), text, problem, includeSource.maxBytes)) return nullptr;
     FILE* file = std::tmpfile();
